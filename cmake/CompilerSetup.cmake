@@ -1,0 +1,21 @@
+# Compiler flags for every target of the project: warnings, sanitizers, a compiler cache.
+# Targets take the warnings with `target_link_libraries(x PRIVATE vctk_warnings)`.
+
+add_library(vctk_warnings INTERFACE)
+target_compile_options(vctk_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wundef -Wcast-qual
+  $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual -Wextra-semi>
+  $<$<BOOL:${VCTK_WERROR}>:-Werror>)
+
+if(VCTK_SANITIZE)
+  add_compile_options(-fsanitize=${VCTK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VCTK_SANITIZE})
+else()
+  add_link_options(LINKER:--no-undefined)
+endif()
+
+find_program(VCTK_CCACHE ccache)
+if(VCTK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER ${VCTK_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${VCTK_CCACHE})
+endif()

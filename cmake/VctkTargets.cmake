@@ -1,0 +1,44 @@
+# Helpers that keep each library, test and benchmark to one call.
+
+# vctk_hide_symbols(TARGET MAP): the shared library TARGET exports what the version script MAP
+# lists and nothing else; no symbol is unique, so that unloading works.
+function(vctk_hide_symbols target map)
+  set_target_properties(${target} PROPERTIES
+    C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
+    LINK_DEPENDS ${map})
+  target_link_options(${target} PRIVATE LINKER:--version-script=${map})
+endfunction()
+
+# vctk_test(NAME stem SOURCES file... [LIBS lib...] [LABELS label...] [ENV VAR=value...]
+#           [DEPENDS target...] [SANDBOX] [TIMEOUT seconds])
+# A gtest program `stem`, run by ctest under that name. SANDBOX gives it a mount and network
+# namespace of its own in which /tmp is empty, /var, /opt and /usr/local may be added to, and
+# the loopback interface is up (tests/support/sandbox.cpp).
+function(vctk_test)
+  cmake_parse_arguments(T "SANDBOX" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS;ENV;DEPENDS" ${ARGN})
+  add_executable(${T_NAME} ${T_SOURCES})
+  target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} vctk_warnings GTest::gmock GTest::gtest_main)
+  set_target_properties(${T_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests)
+  if(T_DEPENDS)
+    add_dependencies(${T_NAME} ${T_DEPENDS})
+  endif()
+  set(command $<TARGET_FILE:${T_NAME}>)
+  if(T_SANDBOX)
+    set(command $<TARGET_FILE:sandbox> ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR} -- ${command})
+  endif()
+  add_test(NAME ${T_NAME} COMMAND ${command})
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 300)
+  endif()
+  set_tests_properties(${T_NAME} PROPERTIES
+    LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT} SKIP_RETURN_CODE 77
+    ENVIRONMENT "LC_ALL=C.UTF-8;TZ=UTC;${T_ENV}")
+endfunction()
+
+# vctk_bench(NAME stem SOURCES file... [LIBS lib...]): a Google Benchmark program.
+function(vctk_bench)
+  cmake_parse_arguments(B "" "NAME" "SOURCES;LIBS" ${ARGN})
+  add_executable(${B_NAME} ${B_SOURCES})
+  target_link_libraries(${B_NAME} PRIVATE ${B_LIBS} vctk_warnings benchmark::benchmark)
+  set_target_properties(${B_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/bench)
+endfunction()
