@@ -124,10 +124,11 @@ SIZE_T HeapSize(HANDLE heap, DWORD flags, LPCVOID block);
  * A bad sequence becomes U+FFFD, one for each maximal part of a sequence; with flag 8
  * (MB_ERR_INVALID_CHARS) it is 0 and error 1113 instead.
  * Returns the characters written or needed, the terminator counted when it was part of the
- * source; 0 and error 122 when `targetLength` is too small, 0 and error 87 for a null source, a
- * null target with a length, a source length of 0 or below -1, or an unknown flag.
+ * source; 0 and error 122 when `targetLength` is too small (the target may hold a part then), 0
+ * and error 87 for a null source, a null target with a length, a negative target length, a source
+ * length of 0 or below -1, an unknown flag, or a count that no int holds.
  * Room for the text without its terminator is enough with a source length of -1: then the
- * text alone is converted and counted. */
+ * text alone is converted and counted. Source and target must not overlap. */
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int sourceLength, LPWSTR target,
                         int targetLength);
 
@@ -137,14 +138,14 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int sourceLen
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int sourceLength, LPSTR target,
                         int targetLength, LPCSTR defaultChar, LPBOOL usedDefault);
 
-/* Length in units up to the terminator; 0 for null. */
+/* Length in units up to the terminator, at most INT_MAX; 0 for null. */
 int lstrlenA(LPCSTR text);
 int lstrlenW(LPCWSTR text);
 
 /* Order of two texts by code point: negative, zero, positive. Null sorts before every text. */
 int lstrcmpW(LPCWSTR left, LPCWSTR right);
 
-/* The same with letters folded to small ones. */
+/* The same with letters folded to small ones, one character for one, alike in every locale. */
 int _wcsicmp(LPCWSTR left, LPCWSTR right);
 
 /* --- bounded copies (BoundedCopy.cpp): 0, or 22 (EINVAL) for a null argument or a size of 0, or
@@ -157,7 +158,8 @@ int wcscpy_s(LPWSTR target, SIZE_T targetSize, LPCWSTR source);
 /* Copies at most `count` characters, stops at a terminator, and terminates. */
 int strncpy_s(LPSTR target, SIZE_T targetSize, LPCSTR source, SIZE_T count);
 
-/* Copies exactly `count` bytes; the ranges may overlap. A count of 0 is success. */
+/* Copies exactly `count` bytes; the ranges may overlap. A count of 0 is success whatever the other
+ * arguments are; a target size of 0 is else too small (34). */
 int memcpy_s(void* target, SIZE_T targetSize, const void* source, SIZE_T count);
 
 /* --- files (File.cpp) --- */
