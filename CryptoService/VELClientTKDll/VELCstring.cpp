@@ -1,0 +1,415 @@
+#include "VELCstring.h"
+
+#include <ctype.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <wctype.h>
+
+#include <climits>
+#include <cwchar>
+#include <new>
+
+#include "FormatLength.h"
+
+namespace {
+
+// One overload for each kind; the argument names the kind.
+CStringData* NilOf(const wchar_t*) {
+  return _atltmpDataNil;
+}
+CstringDataA* NilOf(const char*) {
+  return _atltmpDataNilA;
+}
+int LengthOf(const wchar_t* s) {
+  return lstrlenW(s);
+}
+int LengthOf(const char* s) {
+  return static_cast<int>(strlen(s));
+}
+size_t LengthWithin(const wchar_t* s, size_t limit) {
+  return wcsnlen(s, limit);
+}
+size_t LengthWithin(const char* s, size_t limit) {
+  return strnlen(s, limit);
+}
+int Order(const wchar_t* a, const wchar_t* b) {
+  return lstrcmpW(a, b);
+}
+int Order(const char* a, const char* b) {
+  return strcmp(a, b);
+}
+int OrderFolded(const wchar_t* a, const wchar_t* b) {
+  return wcscasecmp(a, b);
+}
+int OrderFolded(const char* a, const char* b) {
+  return strcasecmp(a, b);
+}
+int IsDigit(wchar_t c) {
+  return iswdigit(static_cast<wint_t>(c));
+}
+int IsDigit(char c) {
+  return isdigit(static_cast<unsigned char>(c));
+}
+long ToLong(const wchar_t* s) {
+  return wcstol(s, nullptr, 0);
+}
+long ToLong(const char* s) {
+  return strtol(s, nullptr, 0);
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+int Print(wchar_t* to, size_t room, const wchar_t* format, va_list args) {
+  return vswprintf(to, room, format, args);
+}
+int Print(char* to, size_t room, const char* format, va_list args) {
+  return vsnprintf(to, room, format, args);
+}
+#pragma GCC diagnostic pop
+
+template <typename C>
+void Copy(C* to, const C* from, int n) {
+  memmove(to, from, static_cast<size_t>(n) * sizeof(C));
+}
+
+// The shared empty text is set by every string that becomes empty, on any thread, to the values it
+// has already. Looking first keeps those threads from writing, so that nobody's plain read races.
+template <typename V>
+void SetOnce(V* target, V value) {
+  if (__atomic_load_n(target, __ATOMIC_RELAXED) != value)
+    __atomic_store_n(target, value, __ATOMIC_RELAXED);
+}
+
+template <typename C>
+long References(CStringDataT<C>* header) {
+  return __atomic_load_n(&header->nRefs, __ATOMIC_RELAXED);
+}
+
+}  // namespace
+
+template <class Self, typename C>
+void CStringT<Self, C>::Init() {
+  Data* const nil = NilOf(m_pchData);
+  m_pchData = nil->data();
+  SetOnce(m_pchData, C(0));
+  SetOnce(&nil->nRefs, -1L);
+  SetOnce(&nil->nDataLength, 0);
+  SetOnce(&nil->nAllocLength, 0);
+}
+
+// A block for n > 0 characters of which only the terminator is written.
+template <class Self, typename C>
+BOOL CStringT<Self, C>::AllocText(int n) {
+  if (n < 0) return FALSE;
+  const size_t size = sizeof(Data) + (static_cast<size_t>(n) + 1) * sizeof(C);
+  char* const block = new (std::nothrow) char[size];
+  if (block == nullptr) return FALSE;
+  Data* const header = reinterpret_cast<Data*>(block);
+  header->nRefs = 1;
+  header->nDataLength = header->nAllocLength = n;
+  InterLockInit();
+  m_pchData = header->data();
+  m_pchData[n] = 0;
+  return TRUE;
+}
+
+template <class Self, typename C>
+BOOL CStringT<Self, C>::AllocBuffer(int n) {
+  if (n == 0) {
+    Release();
+    return TRUE;
+  }
+  if (!AllocText(n)) return FALSE;
+  memset(m_pchData, 0, static_cast<size_t>(n) * sizeof(C));
+  return TRUE;
+}
+
+template <class Self, typename C>
+BOOL CStringT<Self, C>::AllocBeforeWrite(int n) {
+  if (References(GetData()) <= 1 && GetAllocLength() >= n) return TRUE;
+  Release();
+  return AllocBuffer(n);
+}
+
+template <class Self, typename C>
+BOOL CStringT<Self, C>::AssignCopy(int n, const C* text) {
+  if (n < 1) {
+    Release();
+    return TRUE;
+  }
+  if (!AllocBeforeWrite(n)) return FALSE;
+  Copy(m_pchData, text, n);
+  GetData()->nDataLength = GetData()->nAllocLength = n;
+  m_pchData[n] = 0;
+  return TRUE;
+}
+
+template <class Self, typename C>
+BOOL CStringT<Self, C>::ConcatCopy(int length1, const C* text1, int length2, const C* text2) {
+  int sum;
+  if (__builtin_add_overflow(length1, length2, &sum) || sum < length1 || sum < length2)
+    return FALSE;
+  if (sum == 0) return TRUE;
+  if (!AllocText(sum)) return FALSE;
+  Copy(m_pchData, text1, length1);
+  Copy(m_pchData + length1, text2, length2);
+  return TRUE;
+}
+
+template <class Self, typename C>
+BOOL CStringT<Self, C>::ConcatInPlace(int n, const C* text) {
+  if (n == 0) return TRUE;
+  Data* const header = GetData();
+  const int length = header->nDataLength;
+  if (n > 0 && References(header) < 2 && n <= header->nAllocLength - length) {
+    Copy(m_pchData + length, text, n);
+    header->nDataLength = length + n;
+    m_pchData[length + n] = 0;
+    return TRUE;
+  }
+  if (!ConcatCopy(length, m_pchData, n, text)) return FALSE;
+  Release(header);
+  return TRUE;
+}
+
+template <class Self, typename C>
+void CStringT<Self, C>::CopyBeforeWrite() {
+  Data* const old = GetData();
+  if (References(old) <= 1) return;
+  Release();
+  if (AllocBuffer(old->nDataLength)) Copy(m_pchData, old->data(), old->nDataLength);
+}
+
+template <class Self, typename C>
+long CStringT<Self, C>::InterlockedDecrement(long* count) {
+  const long value = __atomic_load_n(count, __ATOMIC_RELAXED);
+  if (value < 0) return value;
+  return *count = value - 1;
+}
+
+template <class Self, typename C>
+void CStringT<Self, C>::Release(Data* header) {
+  if (header == NilOf(header->data()) || InterlockedDecrement(&header->nRefs) != 0) return;
+  InterLockRealese();
+  delete[] reinterpret_cast<char*>(header);
+}
+
+template <class Self, typename C>
+void CStringT<Self, C>::Release() {
+  Release(GetData());
+  Init();
+}
+
+template <class Self, typename C>
+C* CStringT<Self, C>::GetBuffer(int n) {
+  Data* const old = GetData();
+  if (References(old) < 2 && old->nAllocLength >= n) return m_pchData;
+  const int length = old->nDataLength;
+  const int size = n > length ? n : length;
+  if (size == 0) Release();
+  if (size == 0) return m_pchData;
+  if (!AllocBuffer(size)) return nullptr;
+  Copy(m_pchData, old->data(), length);
+  Release(old);
+  return m_pchData;
+}
+
+template <class Self, typename C>
+void CStringT<Self, C>::ReleaseBuffer(int n) {
+  CopyBeforeWrite();
+  Data* const header = GetData();
+  if (n < 0) n = LengthOf(m_pchData);
+  if (n > header->nAllocLength) n = header->nAllocLength;
+  if (n == 0) return Release();
+  header->nDataLength = header->nAllocLength = n;
+  m_pchData[n] = 0;
+}
+
+template <class Self, typename C>
+Self& CStringT<Self, C>::Append(const C* text, unsigned long n) {
+  const size_t length = text == nullptr ? 0 : LengthWithin(text, n);
+  if (length <= INT_MAX) ConcatInPlace(static_cast<int>(length), text);
+  return static_cast<Self&>(*this);
+}
+
+template <class Self, typename C>
+Self& CStringT<Self, C>::operator+=(const Self& other) {
+  ConcatInPlace(other.GetLength(), other.m_pchData);
+  return static_cast<Self&>(*this);
+}
+
+template <class Self, typename C>
+int CStringT<Self, C>::Compare(const C* other) const {
+  return other == nullptr ? 1 : Order(m_pchData, other);
+}
+
+template <class Self, typename C>
+int CStringT<Self, C>::CompareNoCase(const C* other) const {
+  return other == nullptr ? 1 : OrderFolded(m_pchData, other);
+}
+
+template <class Self, typename C>
+int CStringT<Self, C>::SafeStrlen(const C* text) {
+  return text == nullptr ? 0 : LengthOf(text);
+}
+
+template <class Self, typename C>
+int CStringT<Self, C>::tchar_cstrisdigit(C c) {
+  return IsDigit(c);
+}
+
+template <class Self, typename C>
+int CStringT<Self, C>::tchar_cstrtoi(const C* text) {
+  const long value = ToLong(text);
+  return static_cast<int>(value < INT_MIN ? INT_MIN : value > INT_MAX ? INT_MAX : value);
+}
+
+// The text is printed into a block of its own, for arguments may lie in the old one.
+template <class Self, typename C>
+BOOL CStringT<Self, C>::FormatV(const C* format, va_list args) {
+  if (format == nullptr) return FALSE;
+  const long long estimate = FormatLength<Self>(format, args).Total();
+  if (estimate > INT_MAX) return FALSE;
+  Self printed;
+  const int room = estimate > GetAllocLength() ? static_cast<int>(estimate) : GetAllocLength();
+  if (!printed.AllocBuffer(room)) return FALSE;
+  if (room > 0) Print(printed.m_pchData, static_cast<size_t>(room) + 1, format, args);
+  printed.ReleaseBuffer(-1);
+  Swap(printed);
+  return TRUE;
+}
+
+template <class Self, typename C>
+void CStringT<Self, C>::Assign(const Self& other) {
+  if (this == &other) return;
+  Release();
+  Append(other.m_pchData, static_cast<unsigned long>(other.GetLength()));
+}
+
+template <class Self, typename C>
+void CStringT<Self, C>::Swap(Self& other) {
+  C* const text = m_pchData;
+  m_pchData = other.m_pchData;
+  other.m_pchData = text;
+}
+
+template class CStringT<CString, wchar_t>;
+template class CStringT<CStringA, char>;
+
+CString::CString(const wchar_t* text) {
+  const int length = SafeStrlen(text);
+  if (length > 0 && AllocText(length)) Copy(m_pchData, text, length);
+}
+
+CString& CString::operator=(const CString& other) {
+  Assign(other);
+  return *this;
+}
+
+CString& CString::operator=(CString&& other) noexcept {
+  Swap(other);
+  return *this;
+}
+
+CString& CString::operator=(const wchar_t* text) {
+  AssignCopy(SafeStrlen(text), text);
+  return *this;
+}
+
+// Counted by the locale, converted as UTF-8: where the two disagree the block still holds what was
+// counted, and the rest is cut.
+CString& CString::operator=(const char* text) {
+  const size_t count = text == nullptr ? 0 : mbstowcs(nullptr, text, 0);
+  if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count))) {
+    Release();
+    return *this;
+  }
+  const int limit = static_cast<int>(count);
+  if (tchar_mbstowcsz(m_pchData, text, limit) <= 0) m_pchData[0] = 0;
+  m_pchData[limit] = 0;
+  ReleaseBuffer(-1);
+  return *this;
+}
+
+// The result counts the terminator if that was converted too; nothing is written behind it then.
+int CString::tchar_mbstowcsz(wchar_t* target, const char* source, int limit) {
+  const int result = MultiByteToWideChar(CP_ACP, 0, source, -1, target, limit + 1);
+  if (result > 0 && result <= limit) target[result] = 0;
+  return result;
+}
+
+BOOL CString::Format(const wchar_t* format, ...) try {
+  if (format == nullptr) return FALSE;
+  std::wstring converted(format);
+  my_replace(converted, L"%s", L"%ls");
+  va_list args;
+  va_start(args, format);
+  const BOOL done = FormatV(converted.c_str(), args);
+  va_end(args);
+  return done;
+} catch (const std::bad_alloc&) {
+  return FALSE;
+}
+
+CStringA::CStringA(const char* text) {
+  const int length = SafeStrlen(text);
+  if (length > 0 && AllocText(length)) Copy(m_pchData, text, length);
+}
+
+CStringA& CStringA::operator=(const CStringA& other) {
+  Assign(other);
+  return *this;
+}
+
+CStringA& CStringA::operator=(CStringA&& other) noexcept {
+  Swap(other);
+  return *this;
+}
+
+CStringA& CStringA::operator=(const char* text) {
+  AssignCopy(SafeStrlen(text), text);
+  return *this;
+}
+
+CStringA& CStringA::operator=(const wchar_t* text) {
+  const size_t count = text == nullptr ? 0 : wcstombs(nullptr, text, 0);
+  if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count))) {
+    Release();
+    return *this;
+  }
+  const int limit = static_cast<int>(count);
+  if (char_wcstombsz(m_pchData, text, limit) <= 0) m_pchData[0] = 0;
+  m_pchData[limit] = 0;
+  ReleaseBuffer(-1);
+  return *this;
+}
+
+int CStringA::char_wcstombsz(char* target, const wchar_t* source, int limit) {
+  const int result = WideCharToMultiByte(CP_ACP, 0, source, -1, target, limit, nullptr, nullptr);
+  if (result > 0 && result <= limit) target[result] = 0;
+  return result;
+}
+
+BOOL CStringA::Format(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const BOOL done = FormatV(format, args);
+  va_end(args);
+  return done;
+}
+
+int my_replace(std::wstring& text, const std::wstring& from, const std::wstring& to) {
+  if (from.empty()) return 0;
+  const bool endless = to.find(from) != std::wstring::npos;
+  // What stands before a match holds no other, so a search from the start finds nothing earlier
+  // than one that begins in it.
+  for (size_t at = text.find(from); at != std::wstring::npos; at = text.find(from, at)) {
+    text.replace(at, from.size(), to);
+    if (endless)
+      at += to.size();
+    else
+      at -= at < from.size() ? at : from.size() - 1;
+  }
+  return 0;
+}
