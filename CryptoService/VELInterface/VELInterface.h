@@ -162,57 +162,72 @@ int strncpy_s(LPSTR target, SIZE_T targetSize, LPCSTR source, SIZE_T count);
  * arguments are; a target size of 0 is else too small (34). */
 int memcpy_s(void* target, SIZE_T targetSize, const void* source, SIZE_T count);
 
-/* --- files (File.cpp) --- */
+/* --- files (File.cpp) ---
+ * Error 6 for a handle that VelCreateFile did not give or that was closed, error 87 for a null
+ * pointer that may not be null. */
 
-/* Opens for reading and writing, and creates when missing (mode 0600). The last component is not
- * followed when it is a symbolic link (error 5), and the descriptor is closed on exec.
- * Returns a handle, or INVALID_HANDLE_VALUE with the error. GetLastError after success: 183 when
- * the file existed, 0 when it was created. */
+/* Opens for reading and writing, and creates when missing (mode 0600, less the umask). The last
+ * component is not followed when it is a symbolic link, and the descriptor is closed on exec.
+ * Returns a handle, never null. GetLastError after success: 183 when the file existed, 0 when it
+ * was created; exactly one of several creators sees 0.
+ * Returns INVALID_HANDLE_VALUE with error 3 when the folder is missing, 5 for a folder, a symbolic
+ * link or a lack of rights, 4 when too many files are open, 87 for null, or another error. */
 HANDLE VelCreateFile(LPCSTR path);
 
-/* Reads or writes `wanted` bytes at the file position; `*done` receives the bytes moved, fewer
- * than wanted at the end of the file. FALSE with the error when nothing or not all could be
- * written or reading failed. `overlapped` must be null (error 87). */
+/* Reads or writes `wanted` bytes at the file position; `*done` receives the bytes moved, with
+ * ReadFile fewer than wanted at the end of the file. FALSE with the error when reading failed or
+ * not all could be written (112 on a full disk); `*done` counts what was moved before.
+ * `overlapped` must be null (error 87). */
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD wanted, LPDWORD done, LPVOID overlapped);
 BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD wanted, LPDWORD done, LPVOID overlapped);
 
-/* Moves the file position; `newPosition` may be null. A position before the beginning is FALSE
- * and error 131. */
+/* Moves the file position by `distance` from `method` (FILE_BEGIN, FILE_CURRENT, FILE_END), also
+ * beyond the end; `newPosition` may be null. A position before the beginning is FALSE and error
+ * 131, another method error 87. */
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
                       DWORD method);
 BOOL GetFileSizeEx(HANDLE file, PLARGE_INTEGER size);
+
+/* Returns when the bytes written are on the disk. */
 BOOL FlushFileBuffers(HANDLE file);
 
 /* Cuts or extends the file to the file position. */
 BOOL SetEndOfFile(HANDLE file);
 
-/* Closes what VelCreateFile gave; FALSE and error 6 for null or INVALID_HANDLE_VALUE. */
+/* Closes what VelCreateFile gave. */
 BOOL CloseHandle(HANDLE handle);
 
-/* --- paths (Path.cpp) --- */
+/* --- paths (Path.cpp) ---
+ * Error 206 for a path of 4096 bytes or more, 1113 for one that is no Unicode. */
 
-/* TRUE when the path names anything (PathFileExistsW) or a folder (PathIsDirectoryW); FALSE with
- * error 2, 3 or 5 otherwise, error 87 for null. */
+/* TRUE when the path names anything (PathFileExistsW) or a folder (PathIsDirectoryW), symbolic
+ * links followed; FALSE with error 2 when there is nothing, 3 when a file stands where a folder is
+ * meant, 5 for a lack of rights, 87 for null. */
 BOOL PathFileExistsW(LPCWSTR path);
 BOOL PathIsDirectoryW(LPCWSTR path);
 
-/* Cuts the last component and its "/" in place ("/a" becomes "/"); FALSE when nothing was cut. */
+/* Cuts the part from the last "/" on in place ("/a/b" and "/a//b" become "/a", "/a/" too, "/a"
+ * becomes "/", "a" the empty text); FALSE when nothing was cut ("/" and the empty text). */
 BOOL PathRemoveFileSpecW(LPWSTR path);
 
 /* Creates the folder and the missing ones above it (mode 0700); relative paths start at the
- * working directory. Returns 0, 183 when it exists already, 80 when a file stands in its place, or
- * another error. `window` and `security` are ignored. */
+ * working directory, slashes at the end do not count. Returns 0, 183 when it exists already, 80
+ * when something else stands in its place, 3 when something else stands above, or another error;
+ * GetLastError says the same. `window` and `security` are ignored. */
 int SHCreateDirectoryExW(HWND window, LPCWSTR path, LPCVOID security);
 
 /* --- profile files and time (Profile.cpp, Time.cpp) --- */
 
-/* The integer of `key` in section `section` of an INI file: names ignore case; blanks around
- * names and values, matching quotes around the value, and a UTF-8 byte-order mark do not count;
- * decimal, or hexadecimal with a 0x prefix; the digits up to the first other character count, none
- * is 0. `defaultValue` when the file, the section or the key is missing or a name is null. */
+/* The integer of `key` in section `section` of an INI file: names ignore case (ASCII); blanks
+ * around names and values, matching quotes around the value, lines that start with ";" and a UTF-8
+ * byte-order mark do not count; decimal, or hexadecimal with a 0x prefix, with a sign or none; the
+ * digits up to the first other character count, none is 0, and a number is taken modulo 2^32. The
+ * first such key counts; of a line the first 4096 bytes are looked at.
+ * `defaultValue` when the file, the section or the key is missing (error 2, 3 or 5) or a name is
+ * null (error 87). */
 UINT GetPrivateProfileIntA(LPCSTR section, LPCSTR key, INT defaultValue, LPCSTR file);
 
-/* Milliseconds of a clock that never goes back. */
+/* Milliseconds since the system was started; never goes back. */
 DWORD GetTickCount(void);
 
 #pragma GCC visibility pop
