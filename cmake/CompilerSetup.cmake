@@ -8,7 +8,9 @@ target_compile_options(vctk_warnings INTERFACE
   $<$<BOOL:${VCTK_WERROR}>:-Werror>)
 
 if(VCTK_SANITIZE)
-  add_compile_options(-fsanitize=${VCTK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # A foreign device library carries no type information, so dynamic types are not looked at.
+  add_compile_options(-fsanitize=${VCTK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+                      $<$<COMPILE_LANGUAGE:CXX>:-fno-sanitize=vptr>)
   add_link_options(-fsanitize=${VCTK_SANITIZE})
 else()
   add_link_options(LINKER:--no-undefined)
