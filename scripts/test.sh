@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# test.sh [--release] [--clang] [--asan] [--all]: builds and runs all the tests, by default
+# optimised and with the address and undefined-behaviour sanitizers; --clang is the build by
+# clang, --all everything. Extra packages are installed when they may be.
+# shellcheck source=scripts/common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+presets=()
+setup=()
+for option in "$@"; do
+  case $option in
+    --release) presets+=(release) ;;
+    --clang) presets+=(clang) setup=(--all) ;;
+    --asan) presets+=(asan-ubsan) ;;
+    --all) presets+=(release clang asan-ubsan) setup=(--all) ;;
+    *) die "usage: test.sh [--release] [--clang] [--asan] [--all]" ;;
+  esac
+done
+[ ${#presets[@]} -gt 0 ] || presets=(release asan-ubsan)
+
+# The sanitizers of older compilers do not start on kernels that spread addresses widely.
+fixed_addresses=()
+if setarch -R true 2>/dev/null; then fixed_addresses=(setarch -R); fi
+
+# number NAME FILE: the value of the attribute in ctest's report.
+number() {
+  sed -n "/<testsuite /,/>/s/.*[[:space:]]$1=\"\([0-9]*\)\".*/\1/p" "$2" | head -n 1
+}
+
+run_tests() {
+  local preset=$1 folder=$root/build/$1 runner=() status=0
+  case $preset in asan*) runner=("${fixed_addresses[@]}") ;; esac
+  rm -f "$folder/tests.xml"
+  "${runner[@]}" ctest --test-dir "$folder" -j "$jobs" --output-on-failure \
+    --output-junit "$folder/tests.xml" >"$folder/tests.log" 2>&1 </dev/null || status=$?
+  [ -s "$folder/tests.xml" ] || { tail -n 60 "$folder/tests.log" >&2; die "$preset: ctest failed"; }
+  local total failed skipped off
+  total=$(number tests "$folder/tests.xml")
+  failed=$(number failures "$folder/tests.xml")
+  skipped=$(number skipped "$folder/tests.xml")
+  off=$(number disabled "$folder/tests.xml")
+  passed_all=$((passed_all + total - failed - skipped - off))
+  failed_all=$((failed_all + failed))
+  skipped_all=$((skipped_all + skipped + off))
+  if [ $status -ne 0 ]; then
+    cat "$folder/tests.log" >&2
+    [ "$failed" -gt 0 ] || failed_all=$((failed_all + 1))
+  fi
+  printf '%-12s %d tests passed, %d failed' "$preset" $((total - failed - skipped - off)) "$failed"
+  [ $((skipped + off)) -eq 0 ] || printf ', %d skipped (%s)' $((skipped + off)) "$folder/tests.log"
+  printf '\n'
+}
+
+"$root/scripts/setup.sh" "${setup[@]}"
+passed_all=0 failed_all=0 skipped_all=0
+for preset in "${presets[@]}"; do
+  build "$preset"
+  run_tests "$preset"
+done
+printf '%d passed, %d failed, %d skipped\n' $passed_all $failed_all $skipped_all
+[ $failed_all -eq 0 ] && [ $passed_all -gt 0 ]
