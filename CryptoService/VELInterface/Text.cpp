@@ -14,10 +14,17 @@ namespace {
 constexpr uint32_t kReplacement = 0xFFFD;
 constexpr uint32_t kBad = UINT32_MAX;
 
+// Texts are taken in blocks: one of ASCII at once, another one character by character.
+constexpr size_t kBlock = 8;
+
 struct Outcome {
   size_t count;  // units of the target
   DWORD error;
 };
+
+size_t EndOfBlock(size_t begin, size_t length) {
+  return length - begin < kBlock ? length : begin + kBlock;
+}
 
 bool IsScalarValue(uint32_t c) {
   return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF);
@@ -29,6 +36,11 @@ inline size_t DecodeOne(const unsigned char* bytes, size_t left, uint32_t* value
   const unsigned char lead = bytes[0];
   *value = lead;
   if (lead < 0x80) return 1;
+  if ((lead & 0xF0) == 0xE0 && left >= 3 && (bytes[1] & 0xC0) == 0x80 &&
+      (bytes[2] & 0xC0) == 0x80) {  // most of what is not ASCII here is Chinese
+    *value = (lead & 0xFu) << 12 | (bytes[1] & 0x3Fu) << 6 | (bytes[2] & 0x3Fu);
+    if (*value >= 0x800 && (*value & 0xF800) != 0xD800) return 3;
+  }
   *value = kBad;
   if (lead < 0xC2 || lead > 0xF4) return 1;
   const size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
@@ -52,12 +64,11 @@ struct Utf8ToWide {
   static constexpr DWORD kStrictFlag = MB_ERR_INVALID_CHARS;
   static size_t Length(const char* text) { return strlen(text); }
 
-  static constexpr size_t kBlock = 16;
-
   static bool IsAsciiBlock(const unsigned char* bytes) {
-    uint64_t words[2];
-    memcpy(words, bytes, sizeof(words));
-    return ((words[0] | words[1]) & 0x8080808080808080u) == 0;
+    uint64_t all;
+    static_assert(sizeof(all) == kBlock);
+    memcpy(&all, bytes, kBlock);
+    return (all & 0x8080808080808080u) == 0;
   }
 
   template <bool kWrite>
@@ -75,15 +86,16 @@ struct Utf8ToWide {
         out += kBlock;
         continue;
       }
-      uint32_t c;
-      in += DecodeOne(source + in, length - in, &c);
-      if (c == kBad) {
-        if (strict) return {0, ERROR_NO_UNICODE_TRANSLATION};
-        c = kReplacement;
+      for (const size_t end = EndOfBlock(in, length); in < end; ++out) {
+        uint32_t c;
+        in += DecodeOne(source + in, length - in, &c);
+        if (c == kBad) {
+          if (strict) return {0, ERROR_NO_UNICODE_TRANSLATION};
+          c = kReplacement;
+        }
+        if (out == room) return {0, ERROR_INSUFFICIENT_BUFFER};
+        if constexpr (kWrite) target[out] = static_cast<wchar_t>(c);
       }
-      if (out == room) return {0, ERROR_INSUFFICIENT_BUFFER};
-      if constexpr (kWrite) target[out] = static_cast<wchar_t>(c);
-      ++out;
     }
     return {out, ERROR_SUCCESS};
   }
@@ -95,20 +107,34 @@ struct WideToUtf8 {
   static constexpr DWORD kStrictFlag = WC_ERR_INVALID_CHARS;
   static size_t Length(const wchar_t* text) { return wcslen(text); }
 
-  static constexpr size_t kBlock = 16;
-
   static bool IsAsciiBlock(const wchar_t* text) {
     uint32_t all = 0;
     for (size_t i = 0; i < kBlock; ++i) all |= static_cast<uint32_t>(text[i]);
     return all < 0x80;
   }
 
+  static size_t SizeOf(uint32_t c) { return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; }
+
   static void EncodeOne(uint32_t c, size_t size, char* target) {
-    static constexpr unsigned char kLead[] = {0, 0, 0xC0, 0xE0, 0xF0};
-    for (size_t i = size - 1; i > 0; --i, c >>= 6) {
-      target[i] = static_cast<char>(0x80 | (c & 0x3F));
+    switch (size) {
+      case 1:
+        target[0] = static_cast<char>(c);
+        break;
+      case 2:
+        target[0] = static_cast<char>(0xC0 | c >> 6);
+        target[1] = static_cast<char>(0x80 | (c & 0x3F));
+        break;
+      case 3:
+        target[0] = static_cast<char>(0xE0 | c >> 12);
+        target[1] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        target[2] = static_cast<char>(0x80 | (c & 0x3F));
+        break;
+      default:
+        target[0] = static_cast<char>(0xF0 | c >> 18);
+        target[1] = static_cast<char>(0x80 | (c >> 12 & 0x3F));
+        target[2] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        target[3] = static_cast<char>(0x80 | (c & 0x3F));
     }
-    target[0] = static_cast<char>(kLead[size] | c);
   }
 
   template <bool kWrite>
@@ -124,15 +150,17 @@ struct WideToUtf8 {
         out += kBlock;
         continue;
       }
-      uint32_t c = static_cast<uint32_t>(source[in++]);
-      if (!IsScalarValue(c)) {
-        if (strict) return {0, ERROR_NO_UNICODE_TRANSLATION};
-        c = kReplacement;
+      for (const size_t end = EndOfBlock(in, length); in < end; ++in) {
+        uint32_t c = static_cast<uint32_t>(source[in]);
+        if (!IsScalarValue(c)) {
+          if (strict) return {0, ERROR_NO_UNICODE_TRANSLATION};
+          c = kReplacement;
+        }
+        const size_t size = SizeOf(c);
+        if (room - out < size) return {0, ERROR_INSUFFICIENT_BUFFER};
+        if constexpr (kWrite) EncodeOne(c, size, target + out);
+        out += size;
       }
-      const size_t size = c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
-      if (room - out < size) return {0, ERROR_INSUFFICIENT_BUFFER};
-      if constexpr (kWrite) EncodeOne(c, size, target + out);
-      out += size;
     }
     return {out, ERROR_SUCCESS};
   }
