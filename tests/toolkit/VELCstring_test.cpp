@@ -61,7 +61,7 @@ class VELCstring : public testing::Test {
 };
 
 typedef testing::Types<CString, CStringA> Kinds;
-TYPED_TEST_SUITE(VELCstring, Kinds);
+TYPED_TEST_SUITE(VELCstring, Kinds, );  // the comma is for clang: the macro is variadic
 
 // Both kinds of string go through the same cases: T("abc") is a text of the kind, S("abc") a
 // string.
