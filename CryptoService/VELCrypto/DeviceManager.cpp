@@ -1,0 +1,326 @@
+#include "DeviceManager.h"
+
+#include <algorithm>
+
+#include "SignedData.h"
+#include "Signing.h"
+#include "Text.h"
+
+namespace velcrypto {
+
+namespace {
+
+std::string LibraryOf(const tag_VEL_KEY_INFO_EX& key) {
+  return {key.InterfaceLibName, strnlen(key.InterfaceLibName, sizeof(key.InterfaceLibName))};
+}
+
+// Serial numbers are written with and without leading zeros.
+bool SameSerial(LPCWSTR left, LPCWSTR right) {
+  left += wcsspn(left, L"0");
+  right += wcsspn(right, L"0");
+  return Folded(left) == Folded(right);
+}
+
+void Record(const char* operation, const std::string& device, const Outcome& outcome) {
+  CallTimer timer(operation);
+  timer.device = device;
+  timer.Finish(outcome);
+}
+
+std::string DeviceOf(const Identity& identity) {
+  return identity.device + "/" + identity.container;
+}
+
+VEL_HASH_ALG OrDefault(VEL_HASH_ALG configured, VEL_HASH_ALG standard) {
+  return configured == VEL_HASH_ALG_UNKNOWN ? standard : configured;
+}
+
+}  // namespace
+
+ULONG DeviceManager::AddKeyEx(ISmartList<tag_VEL_KEY_INFO_EX>* pKeys, BOOL bClear) {
+  return Recorded("AddKeyEx", [&](std::string&) { return Configure(pKeys, bClear != FALSE); });
+}
+
+Outcome DeviceManager::Configure(ISmartList<tag_VEL_KEY_INFO_EX>* keys, bool clear) {
+  if (keys == nullptr) return kInvalidParameter;
+  if (clear) m_keys.clear();
+  for (int i = 0; i < keys->GetCount(); ++i) {
+    const tag_VEL_KEY_INFO_EX& key = keys->GetItem(i);
+    if (std::find(m_keys.begin(), m_keys.end(), key) == m_keys.end()) m_keys.push_back(key);
+  }
+  return kOk;
+}
+
+ULONG DeviceManager::Initialize(IVELUsbKeyClass*) {
+  return Recorded("Initialize", [&](std::string&) { return CheckFamilies(); });
+}
+
+// Families that cannot be opened now do not fail here: they may be plugged in later, and must not
+// hide the others.
+Outcome DeviceManager::CheckFamilies() {
+  const bool anySupported =
+      m_keys.empty() || std::any_of(m_keys.begin(), m_keys.end(), [](const auto& key) {
+        return IsSupportedFamily(key.CryptoInterfaceType);
+      });
+  if (!anySupported) return {kFamilyNotSupported, 0, "none of the configured interface types"};
+  m_initialized = true;
+  return kOk;
+}
+
+Outcome DeviceManager::ListFamily(const tag_VEL_KEY_INFO_EX& key, std::vector<Found>* found) {
+  const std::string library = LibraryOf(key);
+  const OpenedBackend opened = OpenBackend(key.CryptoInterfaceType, library);
+  std::vector<IdentityPtr> identities;
+  std::vector<Skipped> skipped;
+  const Outcome outcome =
+      opened.backend == nullptr ? opened.outcome : opened.backend->List(&identities, &skipped);
+  for (const Skipped& item : skipped) Record("ListCertificates", item.device, item.reason);
+  if (!outcome.ok()) Record("ListCertificates", library, outcome);
+  for (IdentityPtr& identity : identities) {
+    Found item;
+    item.listed = {std::move(identity), &key};
+    item.backend = opened.backend;
+    found->push_back(std::move(item));
+  }
+  return outcome;
+}
+
+// Fails only when no family could be looked into.
+Outcome DeviceManager::ListAll(std::vector<Found>* found) {
+  if (!m_initialized) return kNotInitialized;
+  Outcome failure;
+  bool anyListed = m_keys.empty();
+  for (const tag_VEL_KEY_INFO_EX& key : m_keys) {
+    const Outcome outcome = ListFamily(key, found);
+    if (outcome.ok()) anyListed = true;
+    if (failure.ok()) failure = outcome;
+  }
+  return anyListed ? Outcome() : failure;
+}
+
+ULONG DeviceManager::GetCertList(ISmartList<tag_VEL_CERT_FILTER_ITEM>* pFilters,
+                                 ISmartList<tag_VEL_CERT_INFO>* pCerts) {
+  return Recorded("GetCertList", [&](std::string&) -> Outcome {
+    if (pCerts == nullptr) return kInvalidParameter;
+    if (!m_initialized) return kNotInitialized;
+    Filters filters;
+    const Outcome parsed = filters.Parse(pFilters);
+    if (!parsed.ok()) return parsed;
+    std::vector<Found> found;
+    ListAll(&found);  // a family that cannot be opened holds no certificates; the record tells
+    for (const Found& item : found) {
+      if (filters.Accept(item.listed)) pCerts->AddItem(RecordOf(item));
+    }
+    return kOk;
+  });
+}
+
+tag_VEL_CERT_INFO DeviceManager::RecordOf(const Found& found) {
+  const Identity& identity = found.identity();
+  const tag_VEL_KEY_INFO_EX& key = *found.listed.family;
+  tag_VEL_CERT_INFO record = identity.facts->record;
+  record.CertKeyStatus = KeyStatusOf(identity);
+  record.RSAHashALg = OrDefault(key.RSAHashALg, VEL_HASH_ALG_SHA256);
+  record.SM2HashALg = OrDefault(key.SM2HashALg, VEL_HASH_ALG_SM3);
+  record.CryptoInterfaceType = key.CryptoInterfaceType;
+  record.InterfaceLibName = Wide(LibraryOf(key)).c_str();
+  record.ApplicationName = Wide(identity.application).c_str();
+  record.ContainerName = Wide(identity.container).c_str();
+  record.DeviceName = Wide(identity.device).c_str();
+  return record;
+}
+
+Outcome DeviceManager::FindBySerial(LPCSTR serial, Found* found) {
+  if (serial == nullptr) return kInvalidParameter;
+  std::vector<Found> all;
+  const Outcome outcome = ListAll(&all);
+  if (!outcome.ok()) return outcome;
+  const std::wstring wanted = Wide(serial);
+  for (Found& item : all) {
+    const Identity& identity = item.identity();
+    if (!identity.hasKey || !SameSerial(identity.facts->record.SerialNumber, wanted.c_str())) {
+      continue;
+    }
+    *found = std::move(item);
+    return kOk;
+  }
+  return {kCertificateNotFound, 0, "no key with this serial number"};
+}
+
+Outcome DeviceManager::FindByRecord(const VEL_CERT_INFO& record, Found* found) {
+  if (!m_initialized) return kNotInitialized;
+  for (const tag_VEL_KEY_INFO_EX& key : m_keys) {
+    if (key.CryptoInterfaceType != record.CryptoInterfaceType ||
+        record.InterfaceLibName.CompareNoCase(Wide(LibraryOf(key)).c_str()) != 0) {
+      continue;
+    }
+    std::vector<Found> all;
+    const Outcome outcome = ListFamily(key, &all);
+    if (!outcome.ok()) return outcome;
+    for (Found& item : all) {
+      const tag_VEL_CERT_INFO& known = item.identity().facts->record;
+      if (known.VELCertUniqueID.CompareNoCase(record.VELCertUniqueID) != 0) continue;
+      *found = std::move(item);
+      return kOk;
+    }
+  }
+  return {kCertificateNotFound, 0, "the certificate is not there"};
+}
+
+ULONG DeviceManager::KeyPinCodeHandleByCertSN(VEL_PIN_CODE_OPER_TYPE operation, LPCSTR pCertSN,
+                                              VEL_PIN_CODE_TYPE type, LPCSTR pPin, LPCSTR pNewPin,
+                                              VEL_PIN_INFO* pInfo) {
+  static const char* const names[] = {"Pin", "Login", "Logout", "ChangePin", "GetPinInfo"};
+  const bool known =
+      operation >= VEL_PIN_CODE_OPER_TYPE_LOGIN && operation <= VEL_PIN_CODE_OPER_TYPE_GET_PIN_INFO;
+  return Recorded(names[known ? operation : 0], [&](std::string& device) -> Outcome {
+    if (!known) return kInvalidParameter;
+    if (type != VEL_PIN_CODE_TYPE_USER) return {kUserTypeInvalid, 0, "user PINs only"};
+    Found found;
+    const Outcome outcome = FindBySerial(pCertSN, &found);
+    if (!outcome.ok()) return outcome;
+    device = DeviceOf(found.identity());
+    return NotePinState(found, HandlePin(operation, found, Secret(pPin), Secret(pNewPin)), pInfo);
+  });
+}
+
+Outcome DeviceManager::HandlePin(VEL_PIN_CODE_OPER_TYPE operation, const Found& found,
+                                 const Secret& pin, const Secret& newPin) {
+  const Identity& identity = found.identity();
+  switch (operation) {
+    case VEL_PIN_CODE_OPER_TYPE_LOGIN:
+      if (pin.empty()) return {kNotLoggedIn, 0, "no PIN was given"};
+      return found.backend->LogIn(identity, pin);
+    case VEL_PIN_CODE_OPER_TYPE_LOGOUT:
+      return found.backend->LogOut(identity);
+    case VEL_PIN_CODE_OPER_TYPE_CHANGE_PIN:
+      return found.backend->ChangePin(identity, pin, newPin);
+    default:
+      return kOk;  // NotePinState reports
+  }
+}
+
+Outcome DeviceManager::NotePinState(const Found& found, Outcome outcome, VEL_PIN_INFO* info) {
+  PinState state;
+  const Outcome read = found.backend->GetPinState(found.identity(), &state);
+  if (!outcome.ok()) m_triesLeft = read.ok() ? state.triesLeft : 0;
+  if (info == nullptr) return outcome;
+  if (!read.ok()) return outcome.ok() ? read : outcome;
+  info->PinCodeType = VEL_PIN_CODE_TYPE_USER;
+  info->PinMinLen = static_cast<USHORT>(state.minLength);
+  info->PinMaxLen = static_cast<USHORT>(state.maxLength);
+  info->MaxRetryCount = static_cast<USHORT>(state.maxTries);
+  info->RemainRetryCount = static_cast<USHORT>(state.triesLeft);
+  return outcome;
+}
+
+ULONG DeviceManager::SetPinCode(VEL_PIN_CODE_TYPE type, LPWSTR pPin, VEL_CERT_INFO* pCert) {
+  return Recorded("SetPinCode", [&](std::string&) -> Outcome {
+    if (pCert == nullptr) return kInvalidParameter;
+    if (type != VEL_PIN_CODE_TYPE_USER) return {kUserTypeInvalid, 0, "user PINs only"};
+    const std::wstring id = Folded(pCert->VELCertUniqueID);
+    m_pins.erase(id);
+    Secret pin(static_cast<LPCWSTR>(pPin));
+    if (!pin.empty()) m_pins.emplace(id, std::move(pin));
+    return kOk;
+  });
+}
+
+ULONG DeviceManager::EnablePinDialog(BOOL bEnable) {
+  m_mayAsk = bEnable != FALSE;
+  return kOk;
+}
+
+ULONG DeviceManager::SetForcePinDialog(BOOL bForce) {
+  m_mustAsk = bForce != FALSE;
+  return kOk;
+}
+
+// A PIN that was given serves one try, so a wrong one cannot lock the key by being used again.
+Outcome DeviceManager::TakePin(const Found& found, Secret* pin) {
+  const auto given = m_pins.find(Folded(found.identity().facts->record.VELCertUniqueID));
+  if (given != m_pins.end()) {
+    *pin = std::move(given->second);
+    m_pins.erase(given);
+    return kOk;
+  }
+  if (!m_mustAsk && found.backend->IsLoggedIn(found.identity())) return kOk;
+  return {kNotLoggedIn, 0, m_mayAsk ? "there is no PIN dialog" : "the PIN dialog is off"};
+}
+
+Outcome DeviceManager::SignDigest(const Found& found, EVP_PKEY* publicKey,
+                                  const std::vector<BYTE>& digest, std::vector<BYTE>* signature) {
+  Secret pin;
+  Outcome outcome = TakePin(found, &pin);
+  if (!outcome.ok()) return outcome;
+  outcome =
+      found.backend->SignDigest(found.identity(), pin.empty() ? nullptr : &pin, digest, signature);
+  return outcome.ok() ? VerifyDigest(publicKey, digest, *signature) : outcome;
+}
+
+Outcome DeviceManager::Sign(const Request& request, Signed* result) {
+  if (request.certificate == nullptr || request.data == nullptr || request.result == nullptr) {
+    return kInvalidParameter;
+  }
+  Found& found = result->found;
+  Outcome outcome = FindByRecord(*request.certificate, &found);
+  if (!outcome.ok()) return outcome;
+  const Identity& identity = found.identity();
+  if (!identity.hasKey) return {kKeyNotFound, 0, "a certificate without a key"};
+  result->signer = ParseCertificate(identity.facts->der.data(), identity.facts->der.size());
+  EVP_PKEY* const publicKey = X509_get0_pubkey(result->signer.get());
+  std::vector<BYTE> digest;
+  outcome = DigestForSigning(publicKey, request.hashAlg, request.data, request.size, &digest);
+  if (!outcome.ok()) return outcome;
+  return NotePinState(found, SignDigest(found, publicKey, digest, &result->signature), nullptr);
+}
+
+ULONG DeviceManager::P1Sign(VEL_CERT_INFO* pCert, VEL_HASH_ALG hashAlg, BYTE* pData, DWORD nSize,
+                            IBuffer* pSignature) {
+  return Recorded("P1Sign", [&](std::string& device) -> Outcome {
+    Signed result;
+    const Outcome outcome = Sign({pCert, hashAlg, pData, nSize, pSignature}, &result);
+    if (result.found.backend != nullptr) device = DeviceOf(result.found.identity());
+    if (!outcome.ok()) return outcome;
+    const unsigned size = static_cast<unsigned>(result.signature.size());
+    return pSignature->SetBuffer(result.signature.data(), size) ? kOk : kOutOfMemory;
+  });
+}
+
+ULONG DeviceManager::P7Sign(VEL_CERT_INFO* pCert, VEL_HASH_ALG hashAlg, BOOL bDetach,
+                            BOOL bIncludeCert, BYTE* pData, DWORD nSize, IBuffer* pSignature) {
+  return Recorded("P7Sign", [&](std::string& device) -> Outcome {
+    const Request request = {pCert, hashAlg, pData, nSize, pSignature};
+    Signed result;
+    const Outcome outcome = Sign(request, &result);
+    if (result.found.backend != nullptr) device = DeviceOf(result.found.identity());
+    return outcome.ok() ? WriteP7(request, result, bDetach != FALSE, bIncludeCert != FALSE)
+                        : outcome;
+  });
+}
+
+Outcome DeviceManager::WriteP7(const Request& request, const Signed& result, bool detached,
+                               bool withCertificates) {
+  SignedDataParts parts;
+  parts.signer = result.signer.get();
+  parts.hashAlg = request.hashAlg;
+  parts.signature = &result.signature;
+  parts.content = request.data;
+  parts.contentSize = request.size;
+  parts.detached = detached;
+  std::vector<X509Ptr> issuers;
+  if (withCertificates) {
+    parts.certificates.push_back(result.signer.get());
+    for (const std::vector<BYTE>& der : result.found.identity().issuers) {
+      issuers.push_back(ParseCertificate(der.data(), der.size()));
+      if (issuers.back() != nullptr) parts.certificates.push_back(issuers.back().get());
+    }
+  }
+  SignedDataWriter writer;
+  const Outcome outcome = writer.Assemble(parts);
+  if (!outcome.ok()) return outcome;
+  if (request.result->Alloc(static_cast<unsigned>(writer.Size())) == nullptr) return kOutOfMemory;
+  return writer.Write(request.result->GetBytes());
+}
+
+}  // namespace velcrypto

@@ -1,0 +1,87 @@
+#pragma once
+// The device manager: all configured key families together. One thread at a time for one manager;
+// several managers may work at once. What must outlive a manager, logins and opened libraries,
+// lives in the backends.
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Filters.h"
+#include "UnusedOperations.h"
+
+namespace velcrypto {
+
+class DeviceManager : public UnusedOperations {
+ public:
+  // Keys are added first, then the manager is initialised.
+  ULONG AddKeyEx(ISmartList<tag_VEL_KEY_INFO_EX>* pKeys, BOOL bClear) override;
+  ULONG Initialize(IVELUsbKeyClass* pUsbKey) override;
+
+  ULONG GetCertList(ISmartList<tag_VEL_CERT_FILTER_ITEM>* pFilters,
+                    ISmartList<tag_VEL_CERT_INFO>* pCerts) override;
+  ULONG KeyPinCodeHandleByCertSN(VEL_PIN_CODE_OPER_TYPE operation, LPCSTR pCertSN,
+                                 VEL_PIN_CODE_TYPE type, LPCSTR pPin, LPCSTR pNewPin,
+                                 VEL_PIN_INFO* pInfo) override;
+  ULONG SetPinCode(VEL_PIN_CODE_TYPE type, LPWSTR pPin, VEL_CERT_INFO* pCert) override;
+  ULONG P1Sign(VEL_CERT_INFO* pCert, VEL_HASH_ALG hashAlg, BYTE* pData, DWORD nSize,
+               IBuffer* pSignature) override;
+  ULONG P7Sign(VEL_CERT_INFO* pCert, VEL_HASH_ALG hashAlg, BOOL bDetach, BOOL bIncludeCert,
+               BYTE* pData, DWORD nSize, IBuffer* pSignature) override;
+
+  // The tries left after this manager's last failure; 0 before any.
+  ULONG GetPinRetryTimes() override { return m_triesLeft; }
+
+  ULONG EnablePinDialog(BOOL bEnable) override;
+  ULONG SetForcePinDialog(BOOL bForce) override;
+
+  // Accepted without effect: a listing always looks at the devices afresh, and PINs are not
+  // checked ahead of their use.
+  ULONG EnablePinStatusCheck(BOOL) override { return kOk; }
+  ULONG SetKeyCheckTime(ULONG) override { return kOk; }
+
+ private:
+  struct Found {
+    Listed listed;
+    Backend* backend = nullptr;
+    const Identity& identity() const { return *listed.identity; }
+  };
+  // What one signature is asked for, and what came of it.
+  struct Request {
+    VEL_CERT_INFO* certificate;
+    VEL_HASH_ALG hashAlg;
+    const BYTE* data;
+    size_t size;
+    IBuffer* result;
+  };
+  struct Signed {
+    Found found;
+    X509Ptr signer;
+    std::vector<BYTE> signature;
+  };
+
+  Outcome Configure(ISmartList<tag_VEL_KEY_INFO_EX>* keys, bool clear);
+  Outcome CheckFamilies();
+  static Outcome ListFamily(const tag_VEL_KEY_INFO_EX& key, std::vector<Found>* found);
+  Outcome ListAll(std::vector<Found>* found);
+  static tag_VEL_CERT_INFO RecordOf(const Found& found);
+  Outcome FindBySerial(LPCSTR serial, Found* found);
+  Outcome FindByRecord(const VEL_CERT_INFO& record, Found* found);
+  static Outcome HandlePin(VEL_PIN_CODE_OPER_TYPE operation, const Found& found, const Secret& pin,
+                           const Secret& newPin);
+  Outcome NotePinState(const Found& found, Outcome outcome, VEL_PIN_INFO* info);
+  Outcome TakePin(const Found& found, Secret* pin);
+  Outcome SignDigest(const Found& found, EVP_PKEY* publicKey, const std::vector<BYTE>& digest,
+                     std::vector<BYTE>* signature);
+  Outcome Sign(const Request& request, Signed* result);
+  static Outcome WriteP7(const Request& request, const Signed& result, bool detached,
+                         bool withCertificates);
+
+  std::vector<tag_VEL_KEY_INFO_EX> m_keys;
+  bool m_initialized = false;
+  bool m_mayAsk = true;
+  bool m_mustAsk = false;
+  ULONG m_triesLeft = 0;
+  std::map<std::wstring, Secret> m_pins;  // by the certificate's unique id; each is tried once
+};
+
+}  // namespace velcrypto

@@ -1,0 +1,21 @@
+#include "Process.h"
+
+#include <unistd.h>
+
+namespace velcrypto {
+
+Process& Process::Current() {
+  static std::atomic<Process*> current{nullptr};
+  const pid_t pid = getpid();
+  Process* known = current.load(std::memory_order_acquire);
+  if (known != nullptr && known->pid == pid) return *known;
+  auto fresh = std::make_unique<Process>();
+  fresh->pid = pid;
+  fresh->parent = known;
+  if (current.compare_exchange_strong(known, fresh.get(), std::memory_order_acq_rel)) {
+    return *fresh.release();
+  }
+  return *known;
+}
+
+}  // namespace velcrypto
