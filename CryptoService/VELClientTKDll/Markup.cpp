@@ -1,0 +1,124 @@
+#include "Markup.h"
+
+CMarkup::CMarkup(const wchar_t* doc)
+    : m_iPosParent(0),
+      m_iPos(0),
+      m_iPosChild(0),
+      m_iPosFree(1),
+      m_iPosDeleted(0),
+      m_nNodeType(0),
+      m_nNodeOffset(0),
+      m_nNodeLength(0),
+      m_nDocFlags(0),
+      m_pFilePos(nullptr),
+      m_pSavedPosMaps(new SavedPosMapArray),
+      m_pElemPosTree(new ElemPosTree) {
+  SetDoc(doc);
+}
+
+CMarkup::~CMarkup() {
+  delete m_pSavedPosMaps;
+  delete m_pElemPosTree;
+}
+
+bool CMarkup::SetDoc(const wchar_t* doc) {
+  if ((m_nDocFlags & (MDF_READFILE | MDF_WRITEFILE)) != 0) return false;
+  if (doc != nullptr) {
+    m_strDoc = doc;
+  } else {
+    m_strDoc.clear();
+    m_pElemPosTree->Clear();
+  }
+  m_strResult.clear();
+  return x_ParseDoc();
+}
+
+bool CMarkup::SetDoc(const std::wstring& doc) {
+  if ((m_nDocFlags & (MDF_READFILE | MDF_WRITEFILE)) != 0) return false;
+  m_strDoc = doc;
+  m_strResult.clear();
+  return x_ParseDoc();
+}
+
+bool CMarkup::IsWellFormed() const {
+  if ((m_nDocFlags & MDF_WRITEFILE) != 0) return true;
+  if (m_pElemPosTree->GetSize() == 0) return (m_nDocFlags & MDF_READFILE) != 0;
+  const ElemPos& document = x_Elem(0);
+  if ((document.nFlags & MNF_ILLFORMED) != 0) return false;
+  if ((m_nDocFlags & MDF_READFILE) != 0) return true;
+  return document.iElemChild != 0 && x_Elem(document.iElemChild).iElemNext == 0;
+}
+
+void CMarkup::x_SetPos(int iPosParent, int iPos, int iPosChild) {
+  m_iPosParent = iPosParent;
+  m_iPos = iPos;
+  m_iPosChild = iPosChild;
+  m_nNodeOffset = 0;
+  m_nNodeLength = 0;
+  m_nNodeType = iPos != 0 ? MNT_ELEMENT : 0;
+}
+
+bool CMarkup::FindElem(MarkupCStr name) {
+  if ((m_nDocFlags & MDF_WRITEFILE) != 0 || m_pElemPosTree->GetSize() == 0) return false;
+  const int found = x_FindElem(m_iPosParent, m_iPos, PathPos(name));
+  if (found == 0) return false;
+  x_SetPos(x_Elem(found).iElemParent, found, 0);
+  return true;
+}
+
+bool CMarkup::FindChildElem(MarkupCStr name) {
+  if ((m_nDocFlags & (MDF_READFILE | MDF_WRITEFILE)) != 0) return false;
+  if (m_iPos == 0 && !FindElem()) return false;
+  const int found = x_FindElem(m_iPos, m_iPosChild, PathPos(name));
+  if (found == 0) return false;
+  x_SetPos(x_Elem(m_iPos).iElemParent, m_iPos, found);
+  return true;
+}
+
+bool CMarkup::IntoElem() {
+  if (m_iPos == 0 || m_nNodeType != MNT_ELEMENT) return false;
+  x_SetPos(m_iPos, m_iPosChild, 0);
+  return true;
+}
+
+bool CMarkup::OutOfElem() {
+  if (m_iPosParent == 0) return false;
+  x_SetPos(x_Elem(m_iPosParent).iElemParent, m_iPosParent, m_iPos);
+  return true;
+}
+
+int CMarkup::x_FindElem(int iPosParent, int iPos, PathPos path) const {
+  if (!path.ParsePath() || (path.IsPath() && !path.IsRelative())) return 0;
+  if (m_pElemPosTree->GetSize() == 0) return 0;
+  iPos = iPos != 0 ? x_Elem(iPos).iElemNext : x_Elem(iPosParent).iElemChild;
+  if (!path.IsPath()) return iPos;
+  TokenPos token(m_strDoc.c_str(), m_nDocFlags);
+  for (; iPos != 0; iPos = x_Elem(iPos).iElemNext) {
+    token.m_nNext = x_Elem(iPos).nStart + 1;
+    token.ReadTagName();
+    if (token.Match(path.GetPtr())) return iPos;
+  }
+  return 0;
+}
+
+std::wstring CMarkup::x_GetAttrib(int iPos, MarkupCStr name) const {
+  if (name == nullptr) return std::wstring();
+  TokenPos token(m_strDoc.c_str(), m_nDocFlags);
+  if (iPos != 0 && (iPos != m_iPos || m_nNodeType == MNT_ELEMENT)) {
+    token.m_nNext = x_Elem(iPos).nStart + 1;
+  } else if (iPos == m_iPos && m_nNodeLength != 0 && m_nNodeType == MNT_PROCESSING_INSTRUCTION) {
+    token.m_nNext = m_nNodeOffset + 2;
+  } else {
+    return std::wstring();
+  }
+  token.ReadTagName();
+  if (!token.FindAttrib(name)) return std::wstring();
+  return UnescapeText(token.GetTokenPtr(), token.Length());
+}
+
+std::wstring CMarkup::x_GetTagName(int iPos) const {
+  TokenPos token(m_strDoc.c_str(), m_nDocFlags);
+  token.m_nNext = x_Elem(iPos).nStart + 1;
+  token.ReadTagName();
+  return token.GetTokenText();
+}

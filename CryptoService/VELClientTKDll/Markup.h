@@ -1,0 +1,179 @@
+#pragma once
+// An XML document as one wide text with an index of its elements, walked element by element and
+// edited in place.
+//
+// The position is a triple: the parent, the current element in it and a child of the current
+// element, each perhaps none. Offsets count characters of the document. A text ends at its first
+// zero character. Null pointers count as empty texts. One thread at a time.
+#include <string>
+
+#include "MarkupFlags.h"
+#include "MarkupPath.h"
+#include "MarkupSavedPos.h"
+#include "MarkupStack.h"
+#include "MarkupText.h"
+#include "MarkupToken.h"
+#include "MarkupTree.h"
+
+class CMarkup : public MarkupFlags {
+ public:
+  // An empty document.
+  CMarkup() : CMarkup(nullptr) {}
+  explicit CMarkup(const wchar_t* doc);
+  explicit CMarkup(const std::wstring& doc) : CMarkup(doc.c_str()) {}
+  CMarkup(const CMarkup&) = delete;
+  CMarkup& operator=(const CMarkup&) = delete;
+  ~CMarkup();
+
+  // Replaces the document and parses it; saved positions are lost. True when it is well formed. An
+  // ill-formed document stays, indexed as far as it goes.
+  bool SetDoc(const wchar_t* doc);
+  bool SetDoc(const std::wstring& doc);
+  const std::wstring& GetDoc() const { return m_strDoc; }
+  // Whether there is exactly one root element and nothing was wrong.
+  bool IsWellFormed() const;
+  // What the last parse or file operation found, readable; empty when nothing.
+  std::wstring GetError() const;
+
+  // Moves to the next sibling of that name, any without a name, behind the current element. Of a
+  // path the first name counts; an absolute or invalid path finds nothing. False leaves the
+  // position.
+  bool FindElem(MarkupCStr name = nullptr);
+  // The same among the children of the current element, behind the current child. Without current
+  // element the next sibling becomes current first, and stays so whatever is found in it.
+  bool FindChildElem(MarkupCStr name = nullptr);
+  // The current element becomes the parent, its current child the current element.
+  bool IntoElem();
+  // The parent becomes the current element, the element current so far its current child.
+  bool OutOfElem();
+  void ResetPos() { x_SetPos(0, 0, 0); }
+  // The unescaped value of the current element's first attribute of that name; empty without.
+  std::wstring GetAttrib(MarkupCStr name) const { return x_GetAttrib(m_iPos, name); }
+
+  // The editing operations escape their texts. They return false and change nothing while a file is
+  // being read or written, without the element that they need, for names and texts that would not
+  // be read back, and for elements with a tag too long to be recorded.
+
+  // A new element becomes the current one: behind the current element or node, or last in the
+  // parent. InsertElem: ahead of it, or first. AddChildElem: behind the current child, or last in
+  // the current element, and becomes the current child. On a line of its own unless
+  // MNF_WITHNOLINES; further flags: MNF_WITHCDATA, MNF_WITHREFS (references in the data stay),
+  // MNF_WITHXHTMLSPACE ("<a />"), MNF_WITHNOEND (a start tag alone).
+  bool AddElem(MarkupCStr name, MarkupCStr data = nullptr, int flags = 0) {
+    return x_AddElem(name, data, flags);
+  }
+  bool AddElem(MarkupCStr name, int value, int flags = 0) {
+    return x_AddElem(name, std::to_wstring(value), flags);
+  }
+  bool InsertElem(MarkupCStr name, MarkupCStr data = nullptr, int flags = 0) {
+    return x_AddElem(name, data, flags | MNF_INSERT);
+  }
+  bool AddChildElem(MarkupCStr name, MarkupCStr data = nullptr, int flags = 0) {
+    return x_AddElem(name, data, flags | MNF_CHILD);
+  }
+  // The same places for a node without name: MNT_TEXT, MNT_CDATA_SECTION, MNT_COMMENT,
+  // MNT_PROCESSING_INSTRUCTION, or MNT_DOCUMENT_TYPE with its whole text.
+  bool AddNode(int nNodeType, MarkupCStr text, int flags = 0) {
+    return x_AddNode(nNodeType, text, flags);
+  }
+  bool InsertNode(int nNodeType, MarkupCStr text, int flags = 0) {
+    return x_AddNode(nNodeType, text, flags | MNF_INSERT);
+  }
+  // Sets or adds an attribute of the current element or processing instruction.
+  bool SetAttrib(MarkupCStr name, MarkupCStr value, int flags = 0) {
+    return x_SetAttrib(name, value, flags);
+  }
+  bool SetAttrib(MarkupCStr name, int value, int flags = 0) {
+    return x_SetAttrib(name, std::to_wstring(value), flags);
+  }
+  // Takes the element out with all it holds; the sibling ahead of it, if any, becomes current.
+  bool RemoveElem();
+  bool RemoveChildElem();
+
+  // Keeps the position under a name in map number nMap; RestorePos goes there. An element that was
+  // removed is no longer known. SetMapSize chooses the number of buckets of a map that is empty.
+  bool SavePos(MarkupCStr name = L"", int nMap = 0);
+  bool RestorePos(MarkupCStr name = L"", int nMap = 0);
+  bool SetMapSize(int nSize, int nMap = 0);
+
+  // A copy of the text in which < > & are references, with MNF_ESCAPEQUOTES also " and '. With
+  // MNF_WITHREFS an & that begins a reference stays.
+  static std::wstring EscapeText(MarkupCStr text, int flags = 0);
+  // The text with references replaced by their characters; of the first length characters, or up
+  // to the terminator when length is negative. Unknown references stay as they are.
+  static std::wstring UnescapeText(MarkupCStr text, int length = -1);
+
+  // The functions below serve those above; the indices they take must be of this document.
+  bool x_ParseDoc();
+  // Indexes the nodes from the token's place on as children of iPosParent. The first one, or 0.
+  int x_ParseElem(int iPosParent, TokenPos& token);
+  void x_AllocElemPos(int nNewSize = 0);
+  int x_GetFreePos();
+  void x_SetPos(int iPosParent, int iPos, int iPosChild);
+  // The first match of a path behind iPos, or from the first child of iPosParent on; 0 = none.
+  int x_FindElem(int iPosParent, int iPos, PathPos path) const;
+  std::wstring x_GetAttrib(int iPos, MarkupCStr name) const;
+  std::wstring x_GetTagName(int iPos) const;
+  // Makes iPos the child of iPosParent behind iPosBefore: 0 = the first, LINK_LAST = the last.
+  enum : int { LINK_LAST = -1 };
+  void x_LinkElem(int iPosParent, int iPosBefore, int iPos);
+  // Appends a result element: flags (MarkupResultCode) tell what the value and the number are, -1
+  // is no number. A text of 1,000 characters or more takes no further result.
+  static void x_AddResult(std::wstring& strResult, MarkupCStr name, MarkupCStr value = nullptr,
+                          int flags = 0, int number = -1, int number2 = -1);
+  void x_AddResult(MarkupCStr name, MarkupCStr value = nullptr, int flags = 0, int number = -1,
+                   int number2 = -1) {
+    x_AddResult(m_strResult, name, value, flags, number, number2);
+  }
+  // The markup of a new node goes to node.strMeta, the lengths of an element's tags to elem. False
+  // for what would not be read back.
+  bool x_CreateNode(NodePos& node, ElemPos& elem, MarkupCStr name, MarkupCStr text) const;
+  // Splices node.strMeta in beside iPosRel (0 = none) in iPosParent and sets node.nStart. iPosRel
+  // comes back as the sibling that is then ahead of the place.
+  bool x_InsertNew(int iPosParent, int& iPosRel, NodePos& node);
+  void x_DocChange(int nLeft, int nReplace, const std::wstring& strInsert);
+  // After nShift characters came in in iPosParent: lengthens it and all around it, and moves
+  // iPosAfter and all elements that begin behind.
+  void x_Adjust(int iPosParent, int iPosAfter, int nShift);
+  ElemPos& x_Elem(int iPos) const { return m_pElemPosTree->GetAt(iPos); }
+
+  std::wstring m_strDoc;
+  std::wstring m_strResult;
+  int m_iPosParent;
+  int m_iPos;
+  int m_iPosChild;
+  int m_iPosFree;
+  int m_iPosDeleted;
+  int m_nNodeType;
+  int m_nNodeOffset;
+  int m_nNodeLength;
+  int m_nDocFlags;
+  FilePos* m_pFilePos;
+  SavedPosMapArray* m_pSavedPosMaps;
+  ElemPosTree* m_pElemPosTree;
+
+ private:
+  enum : size_t { RESULT_LIMIT = 1000 };
+
+  int x_OpenElem(int iPosParent, const NodePos& node, int nLevel);
+  int x_CloseElem(int iPos, const NodePos& node);
+  void x_CloseUnended(ElemStack& stack, int nCount, int nExpected);
+  void x_ReportUnended(const ElemStack::OpenTag& tag, int nExpected);
+  void x_SetIllFormed(int iPos, int nFlags);
+
+  bool x_AddElem(MarkupCStr name, MarkupCStr data, int flags);
+  bool x_AddNode(int nNodeType, MarkupCStr text, int flags);
+  bool x_SetAttrib(MarkupCStr name, MarkupCStr value, int flags);
+  bool x_CreateElem(NodePos& node, ElemPos& elem, MarkupCStr name, MarkupCStr data) const;
+  bool x_CanEdit(int iPos) const;
+  bool x_OpenEmptyElem(int iPos);
+  int x_InsertOffset(int iPosParent, int& iPosRel, int nFlags) const;
+  int x_LineOffset(int nAt) const;
+  void x_GrowTag(int nShift);
+  // The element behind iPos in document order, 0 behind the last one inside iPosTop.
+  int x_NextInside(int iPos, int iPosTop) const;
+  int x_TakePos();
+  int x_RemoveElem(int iPos);
+  void x_UnlinkElem(int iPos);
+  void x_ReleaseElems(int iPos);
+};

@@ -1,0 +1,287 @@
+#include "MarkupToken.h"
+
+#include <cstdint>
+#include <cwchar>
+
+#include "Markup.h"
+
+namespace {
+
+constexpr uint64_t Bit(unsigned c) {
+  return uint64_t{1} << c;
+}
+constexpr uint64_t kSpace = Bit(' ') | Bit('\t') | Bit('\n') | Bit('\r');
+// All below 64 that end a name; the backslash is the one above.
+constexpr uint64_t kNameEnd = kSpace | Bit(0) | Bit('<') | Bit('>') | Bit('=') | Bit('/') |
+                              Bit('?') | Bit('!') | Bit('"') | Bit('\'') | Bit(';');
+
+inline bool InSet(uint64_t set, wchar_t c) {
+  const uint32_t code = static_cast<uint32_t>(c);
+  return code < 64 && (set >> code & 1) != 0;
+}
+
+inline bool IsSpace(wchar_t c) {
+  return InSet(kSpace, c);
+}
+inline bool IsNameEnd(wchar_t c) {
+  return InSet(kNameEnd, c) || c == L'\\';
+}
+inline bool IsLetter(wchar_t c) {
+  return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
+}
+inline wchar_t Fold(wchar_t c) {
+  return c >= L'A' && c <= L'Z' ? c + (L'a' - L'A') : c;
+}
+
+inline const wchar_t* SkipSpace(const wchar_t* p) {
+  while (IsSpace(*p)) ++p;
+  return p;
+}
+
+inline const wchar_t* SkipName(const wchar_t* p) {
+  while (!IsNameEnd(*p)) ++p;
+  return p;
+}
+
+// The first c at or behind p, or the terminator. Most runs are short; the system library is faster
+// on long ones.
+inline const wchar_t* ScanTo(const wchar_t* p, wchar_t c) {
+  for (int i = 0; i < 16; ++i, ++p) {
+    if (*p == c || *p == 0) return p;
+  }
+  const wchar_t* const found = wcschr(p, c);
+  return found != nullptr ? found : p + wcslen(p);
+}
+
+// The value behind a "=": its first character, its end and where scanning goes on. ParseNode and
+// NextAttrib share it, so that they agree on where a tag ends.
+struct Value {
+  const wchar_t* first;
+  const wchar_t* end;
+  const wchar_t* next;
+};
+
+inline Value ScanValue(const wchar_t* p) {
+  p = SkipSpace(p);
+  if (*p == L'"' || *p == L'\'') {
+    const wchar_t* const end = ScanTo(p + 1, *p);
+    return {p + 1, end, *end == 0 ? end : end + 1};
+  }
+  const wchar_t* end = p;
+  while (!IsSpace(*end) && *end != 0 && *end != L'>' &&
+         !((*end == L'/' || *end == L'?') && end[1] == L'>')) {
+    ++end;
+  }
+  return {p, end, end};
+}
+
+}  // namespace
+
+bool TokenPos::EndsName(wchar_t c) {
+  return IsNameEnd(c);
+}
+
+int TokenPos::StrNIACmp(const wchar_t* p1, const wchar_t* p2, int nLen) {
+  for (int i = 0; i < nLen; ++i) {
+    const wchar_t c1 = Fold(p1[i]);
+    const wchar_t c2 = Fold(p2[i]);
+    if (c1 != c2) return c1 < c2 ? -1 : 1;
+    if (c1 == 0) break;
+  }
+  return 0;
+}
+
+bool TokenPos::Match(const wchar_t* name) const {
+  const int length = Length();
+  const int order = (m_nTokenFlags & MDF_IGNORECASE) != 0 ? StrNIACmp(GetTokenPtr(), name, length)
+                                                          : wcsncmp(GetTokenPtr(), name, length);
+  return order == 0 && (name[length] == 0 || wcschr(L" =/[]", name[length]) != nullptr);
+}
+
+bool TokenPos::Match(const wchar_t* name, int nLen) const {
+  const int length = Length();
+  if (length > nLen) return false;
+  if ((m_nTokenFlags & MDF_IGNORECASE) != 0) {
+    if (StrNIACmp(GetTokenPtr(), name, length) != 0) return false;
+  } else if (wmemcmp(GetTokenPtr(), name, length) != 0) {
+    return false;
+  }
+  return length == nLen || wcschr(L" =/[]", name[length]) != nullptr;
+}
+
+void TokenPos::ReadTagName() {
+  m_nL = m_nNext;
+  m_nNext = static_cast<int>(SkipName(m_pDocText + m_nNext) - m_pDocText);
+  m_nR = m_nNext - 1;
+}
+
+bool TokenPos::NextAttrib(TokenPos* attribute) {
+  const wchar_t* p = m_pDocText + m_nNext;
+  for (;;) {
+    m_nPreSpaceStart = static_cast<int>(p - m_pDocText);
+    p = SkipSpace(p);
+    m_nPreSpaceLength = static_cast<int>(p - m_pDocText) - m_nPreSpaceStart;
+    const wchar_t* const name = p;
+    if (*p == 0 || *p == L'>' || ((*p == L'/' || *p == L'?') && p[1] == L'>')) {
+      m_nNext = m_nL = static_cast<int>(p - m_pDocText);
+      m_nR = m_nL - 1;
+      return false;
+    }
+    const wchar_t* const nameEnd = SkipName(p);
+    p = SkipSpace(nameEnd);
+    if (*p == L'=') {
+      if (attribute != nullptr) {
+        attribute->m_nL = static_cast<int>(name - m_pDocText);
+        attribute->m_nR = static_cast<int>(nameEnd - m_pDocText) - 1;
+      }
+      const Value value = ScanValue(p + 1);
+      m_nL = static_cast<int>(value.first - m_pDocText);
+      m_nR = static_cast<int>(value.end - m_pDocText) - 1;
+      m_nNext = static_cast<int>(value.next - m_pDocText);
+      return true;
+    }
+    if (nameEnd == name) ++p;  // a stray character that no name can hold
+  }
+}
+
+bool TokenPos::FindAttrib(const wchar_t* name) {
+  TokenPos attribute(*this);
+  while (NextAttrib(&attribute)) {
+    if (attribute.Match(name)) return true;
+  }
+  return false;
+}
+
+int TokenPos::ParseNode(NodePos& node) {
+  node.nStart = m_nNext;
+  node.nNodeFlags = 0;
+  const wchar_t* const start = m_pDocText + m_nNext;
+  if (*start != L'<') return ParseText(node);
+  switch (start[1]) {
+    case L'/':
+      return ParseEndTag(node);
+    case L'!':
+      return ParseExclamation(node);
+    case L'?':
+      return ParseUntil(node, MNT_PROCESSING_INSTRUCTION, start + 2, L"?>");
+    case 0:
+      return Unterminated(node, L"tag");
+    case L' ':
+    case L'\t':
+    case L'\n':
+    case L'\r':
+    case L'>':
+      return SyntaxError(node, L"first_tag_syntax", start + 1);
+    default:
+      return ParseStartTag(node);
+  }
+}
+
+inline int TokenPos::EndNode(NodePos& node, int nNodeType, const wchar_t* end) {
+  m_nNext = static_cast<int>(end - m_pDocText);
+  node.nLength = m_nNext - node.nStart;
+  node.nNodeType = nNodeType;
+  return nNodeType;
+}
+
+int TokenPos::Unterminated(NodePos& node, const wchar_t* kind) {
+  CMarkup::x_AddResult(node.strMeta, L"unterminated_tag_syntax", kind, MRC_TYPE, node.nStart);
+  return EndNode(node, NODE_END_OF_DOCUMENT, m_pDocText + node.nStart);
+}
+
+int TokenPos::SyntaxError(NodePos& node, const wchar_t* result, const wchar_t* at) {
+  CMarkup::x_AddResult(node.strMeta, result, nullptr, 0, static_cast<int>(at - m_pDocText));
+  return EndNode(node, NODE_ERROR, at);
+}
+
+int TokenPos::ParseText(NodePos& node) {
+  const wchar_t* const start = m_pDocText + node.nStart;
+  if (*start == 0) return EndNode(node, NODE_END_OF_DOCUMENT, start);
+  const wchar_t* const end = SkipSpace(start);
+  if (*end == 0 || *end == L'<') return EndNode(node, MNT_WHITESPACE, end);
+  return EndNode(node, MNT_TEXT, ScanTo(end, L'<'));
+}
+
+int TokenPos::ParseStartTag(NodePos& node) {
+  m_nNext = node.nStart + 1;
+  ReadTagName();
+  const wchar_t* p = m_pDocText + m_nNext;
+  while (*p != L'>') {
+    if (*p == 0) return Unterminated(node, L"start_tag");
+    // A ">" inside a quoted value does not end the tag.
+    p = *p == L'=' ? ScanValue(p + 1).next : p + 1;
+  }
+  if (p[-1] == L'/') node.nNodeFlags = MNF_EMPTY;
+  return EndNode(node, MNT_ELEMENT, p + 1);
+}
+
+int TokenPos::ParseEndTag(NodePos& node) {
+  m_nNext = node.nStart + 2;
+  ReadTagName();
+  const wchar_t* const end = ScanTo(m_pDocText + m_nNext, L'>');
+  if (*end == 0) return Unterminated(node, L"end_tag");
+  return EndNode(node, NODE_END_TAG, end + 1);
+}
+
+int TokenPos::ParseExclamation(NodePos& node) {
+  const wchar_t* const p = m_pDocText + node.nStart + 2;
+  if (*p == L'-') {
+    if (p[1] == 0) return Unterminated(node, L"comment");
+    if (p[1] != L'-') return SyntaxError(node, L"comment_tag_syntax", p + 1);
+    return ParseUntil(node, MNT_COMMENT, p + 2, L"-->");
+  }
+  if (*p == L'[') return ParseCDataSection(node);
+  if (IsLetter(*p)) return ParseDocumentType(node);
+  if (*p == 0) return Unterminated(node, L"tag");
+  return SyntaxError(node, L"exclamation_tag_syntax", p);
+}
+
+int TokenPos::ParseCDataSection(NodePos& node) {
+  const wchar_t* p = m_pDocText + node.nStart + 3;
+  for (const wchar_t c : {L'C', L'D', L'A', L'T', L'A', L'['}) {
+    if (*p == 0) return Unterminated(node, L"cdata_section");
+    if (*p != c) return SyntaxError(node, L"cdata_section_syntax", p);
+    ++p;
+  }
+  return ParseUntil(node, MNT_CDATA_SECTION, p, L"]]>");
+}
+
+int TokenPos::ParseUntil(NodePos& node, int nNodeType, const wchar_t* from, const wchar_t* end) {
+  const int length = static_cast<int>(wcslen(end));
+  for (const wchar_t* p = from; *(p = ScanTo(p, *end)) != 0; ++p) {
+    if (wcsncmp(p, end, length) == 0) return EndNode(node, nNodeType, p + length);
+  }
+  const wchar_t* const kind = nNodeType == MNT_COMMENT         ? L"comment"
+                              : nNodeType == MNT_CDATA_SECTION ? L"cdata_section"
+                                                               : L"processing_instruction";
+  return Unterminated(node, kind);
+}
+
+int TokenPos::ParseDocumentType(NodePos& node) {
+  bool subset = false;
+  const wchar_t* p = m_pDocText + node.nStart + 2;
+  for (; *p != 0; ++p) {
+    if (*p == L'"' || *p == L'\'') {
+      p = ScanTo(p + 1, *p);
+    } else if (*p == L'[' || *p == L']') {
+      subset = *p == L'[';
+    } else if (*p == L'>' && !subset) {
+      return EndNode(node, MNT_DOCUMENT_TYPE, p + 1);
+    } else if (*p == L'<' && subset) {
+      NodePos inner;
+      TokenPos declaration(*this);
+      declaration.m_nNext = static_cast<int>(p - m_pDocText);
+      if (p[1] == L'?' || (p[1] == L'!' && p[2] == L'-' && p[3] == L'-')) {
+        if (declaration.ParseNode(inner) == NODE_END_OF_DOCUMENT) break;
+        p = m_pDocText + declaration.m_nNext - 1;
+      } else if (p[1] != L'!') {
+        if (p[1] != 0) return SyntaxError(node, L"doctype_tag_syntax", p + 1);
+      } else if (!IsLetter(p[2]) && p[2] != 0) {
+        const wchar_t* const at = p + 2;
+        return SyntaxError(node, L"doctype_tag_syntax", *at == L'-' && at[1] != 0 ? at + 1 : at);
+      }
+    }
+    if (*p == 0) break;
+  }
+  return Unterminated(node, L"document_type");
+}
