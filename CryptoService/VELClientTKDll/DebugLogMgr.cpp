@@ -1,0 +1,290 @@
+// The manager's life and the side of those who log; the writer's side is in DebugLogWriter.cpp.
+#include "DebugLogMgr.h"
+
+#include <locale.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+#include <wchar.h>
+
+#include <atomic>
+#include <initializer_list>
+#include <memory>
+#include <new>
+#include <string>
+
+namespace {
+
+const wchar_t kDefaultName[] = L"/tmp/PILog.txt";
+const size_t kPathCharacters = 260;
+const size_t kPrefixCharacters = 260;
+const size_t kMessageCharacters = 8192;
+
+// Statements under way in other threads, or run by destructors later than the manager's, meet a
+// destroyed manager when a process ends. These outlive it and need no construction.
+std::atomic<bool> g_closed(false);
+std::atomic<int> g_underWay(0);
+
+class UnderWay {
+ public:
+  UnderWay() { g_underWay.fetch_add(1); }
+  ~UnderWay() { g_underWay.fetch_sub(1); }
+  bool Allowed() const { return !g_closed.load(); }
+};
+
+void SleepMillisecond() {
+  const timespec millisecond = {0, 1000000};
+  nanosleep(&millisecond, nullptr);
+}
+
+// Bounded, for a handler that ends the process may have interrupted a statement of its own thread.
+void CloseToStatements() {
+  g_closed.store(true);
+  for (int waited = 0; g_underWay.load() != 0 && waited < 1000; ++waited) SleepMillisecond();
+}
+
+bool FormatPrefix(wchar_t (&out)[kPrefixCharacters], LPCTSTR srcFile, LPCTSTR function,
+                  DWORD line) {
+  timeval now = {};
+  tm local = {};
+  if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) return false;
+  // The field behind the seconds shows the microseconds as they are, so it has three to six digits;
+  // those who read the log reckon with it.
+  const int date = swprintf(
+      out, kPrefixCharacters, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] ", getpid(),
+      static_cast<int>(pthread_self()), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+      local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec));
+  if (date < 0) return false;
+  wchar_t* const place = out + date;
+  const size_t room = kPrefixCharacters - static_cast<size_t>(date);
+  // What does not fit is cut; the array was cleared, which terminates it.
+  if (function != nullptr && *function != L'\0') {
+    swprintf(place, room, L"[%ls-%ls(%d)]: ", srcFile, function, static_cast<int>(line));
+  } else {
+    swprintf(place, room, L"[%ls(%d)]: ", srcFile, static_cast<int>(line));
+  }
+  return true;
+}
+
+// On the heap, for hosts' threads may have small stacks; null without memory.
+std::unique_ptr<wchar_t[]> FormatMessage(LPCTSTR format, va_list args) {
+  std::unique_ptr<wchar_t[]> message(new (std::nothrow) wchar_t[kMessageCharacters]);
+  if (message == nullptr) return message;
+  va_list again;
+  va_copy(again, args);
+  if (vswprintf(message.get(), kMessageCharacters, format, args) < 0) {
+    // Too long, or a text that is none: what was formatted so far is there but not terminated. Few
+    // messages come here, so only they pay for clearing 32 KiB.
+    wmemset(message.get(), L'\0', kMessageCharacters);
+    vswprintf(message.get(), kMessageCharacters, format, again);
+    message[kMessageCharacters - 1] = L'\0';
+  }
+  va_end(again);
+  return message;
+}
+
+// Without memory the line stays empty.
+void Join(CString& line, std::initializer_list<const wchar_t*> pieces) {
+  size_t length = 0;
+  for (const wchar_t* piece : pieces) length += wcslen(piece);
+  wchar_t* at = line.GetBuffer(static_cast<int>(length));
+  if (at == nullptr) return;
+  for (const wchar_t* piece : pieces) at = wcpcpy(at, piece);
+  line.ReleaseBuffer(static_cast<int>(length));
+}
+
+// The manager that forked children have to put in order; null before and after its life.
+CDebugLogMgr* g_manager = nullptr;
+
+}  // namespace
+
+// Holds the one manager. It is left standing when a writer that hangs in the system may still use
+// it.
+class CDebugLogMgr::Session {
+ public:
+  Session() : m_manager(new (m_room) CDebugLogMgr) {
+    g_manager = m_manager;
+    pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
+  }
+  ~Session() {
+    CloseToStatements();
+    g_manager = nullptr;
+    if (m_manager->EndWriter()) m_manager->~CDebugLogMgr();
+  }
+  CDebugLogMgr* Manager() const { return m_manager; }
+
+ private:
+  alignas(CDebugLogMgr) unsigned char m_room[sizeof(CDebugLogMgr)];
+  CDebugLogMgr* const m_manager;
+};
+
+CDebugLogMgr* CDebugLogMgr::GetInstance() {
+  static const Session session;
+  return session.Manager();
+}
+
+CDebugLogMgr::CDebugLogMgr()
+    : m_bOutputLogToFile(1),
+      m_bWithFunctionName(1),
+      m_dwMaxFileSize(0x200000),
+      m_dwTruncatePercent(20),
+      m_hEvent(nullptr),
+      m_bGlobalMode(0),
+      m_logCacheHead(nullptr),
+      m_logCacheTail(nullptr),
+      m_logLevel(1),
+      m_thread(0),
+      exit_flag(0),
+      m_writerId(0),
+      m_writerEnded(false),
+      m_writer(),
+      m_writerProcess(0) {
+  setlocale(LC_ALL, "");
+  sem_init(&m_sem, 0, 0);
+  m_strLogFileName = kDefaultName;
+  GetLogLevel();
+  CreateWriteLogThread();
+}
+
+CDebugLogMgr::~CDebugLogMgr() {
+  if (m_hEvent != nullptr && m_hEvent != INVALID_HANDLE_VALUE) {
+    CloseHandle(m_hEvent);
+    m_hEvent = nullptr;
+  }
+  EndWriter();
+  DiscardLines();
+  sem_destroy(&m_sem);
+  if (m_bGlobalMode) m_logFile.CloseFile();
+}
+
+// A child must not find the queue half changed or its lock held by a thread that it does not have.
+void CDebugLogMgr::BeforeFork() {
+  if (g_manager == nullptr) return;
+  g_manager->m_csWriter.EnterVELCritical();
+  g_manager->m_csLogCache.EnterVELCritical();
+}
+
+void CDebugLogMgr::AfterForkInParent() {
+  if (g_manager == nullptr) return;
+  g_manager->m_csLogCache.LeaveVELCritical();
+  g_manager->m_csWriter.LeaveVELCritical();
+}
+
+// The parent's writer may have been anywhere in the file object, so the child takes a new one and
+// lets the old one's few bytes go.
+void CDebugLogMgr::AfterForkInChild() {
+  if (g_manager == nullptr) return;
+  CDebugLogMgr& log = *g_manager;
+  g_underWay.store(0);
+  log.m_csLogCache.LeaveVELCritical();
+  log.m_csWriter.LeaveVELCritical();
+  log.DiscardLines();
+  new (&log.m_logFile) CVelFile;
+  sem_init(&log.m_sem, 0, 0);
+  log.m_thread = 0;
+  log.m_writerId = 0;
+  log.m_writerEnded = false;
+}
+
+int CDebugLogMgr::GetLogLevel() {
+  const int level =
+      static_cast<int>(GetPrivateProfileIntA("loginfo", "logLevel", 1, "/var/log.ini"));
+  __atomic_store_n(&m_logLevel, level, __ATOMIC_RELAXED);
+  return 0;
+}
+
+void CDebugLogMgr::SetLogFileName(LPCTSTR name) {
+  const CVELCriticalGuard guard(m_csLogCache);
+  m_strLogFileName = name;
+}
+
+void CDebugLogMgr::SetLogHeader(LPCTSTR header) {
+  const CVELCriticalGuard guard(m_csLogCache);
+  m_strLogHeader = header;
+}
+
+void CDebugLogMgr::SetTruncate(DWORD maxSize, DWORD percent) {
+  __atomic_store_n(&m_dwMaxFileSize, maxSize, __ATOMIC_RELAXED);
+  __atomic_store_n(&m_dwTruncatePercent, percent, __ATOMIC_RELAXED);
+}
+
+void CDebugLogMgr::EnableOutput(BOOL enable) {
+  __atomic_store_n(&m_bOutputLogToFile, enable, __ATOMIC_RELAXED);
+}
+
+void CDebugLogMgr::WithFunctionName(BOOL with) {
+  __atomic_store_n(&m_bWithFunctionName, with, __ATOMIC_RELAXED);
+}
+
+void CDebugLogMgr::EnableGlobalMode(BOOL enable) {
+  __atomic_store_n(&m_bGlobalMode, enable, __ATOMIC_RELAXED);
+}
+
+struct CDebugLogMgr::LineSetting {
+  wchar_t folder[kPathCharacters];  // empty when nothing is to be created
+  CString header;
+};
+
+CDebugLogMgr::LineSetting CDebugLogMgr::Setting() {
+  LineSetting setting = {};
+  const CVELCriticalGuard guard(m_csLogCache);
+  setting.header = m_strLogHeader;
+  if (m_strLogFileName.IsEmpty()) {
+    m_strLogFileName = kDefaultName;
+  } else {
+    wcsncpy(setting.folder, m_strLogFileName, kPathCharacters - 1);
+    PathRemoveFileSpecW(setting.folder);
+  }
+  return setting;
+}
+
+void CDebugLogMgr::OutputArgs(LPCTSTR type, int level, LPCTSTR srcFile, LPCTSTR function,
+                              DWORD line, LPCTSTR format, va_list args) {
+  if (__atomic_load_n(&m_logLevel, __ATOMIC_RELAXED) > level) return;
+  WithFunctionName(function != nullptr && *function != L'\0');
+  if (srcFile == nullptr || format == nullptr) return;
+  const LineSetting setting = Setting();
+  // For every line, since the folder may have been removed; a failure shows when the file is
+  // opened.
+  if (setting.folder[0] != L'\0') SHCreateDirectoryExW(nullptr, setting.folder, nullptr);
+  wchar_t prefix[kPrefixCharacters] = {};
+  if (!FormatPrefix(prefix, srcFile, function, line)) return;
+  const std::unique_ptr<wchar_t[]> message = FormatMessage(format, args);
+  std::unique_ptr<LogCacheList> node(new (std::nothrow) LogCacheList());
+  if (message == nullptr || node == nullptr) return;
+  Join(node->strLog, {type == nullptr ? L"" : type, prefix, setting.header, message.get()});
+  Queue(node.release());
+}
+
+void CDebugLogMgr::Queue(LogCacheList* node) {
+  int running;
+  {
+    const CVELCriticalGuard guard(m_csLogCache);
+    (m_logCacheTail != nullptr ? m_logCacheTail->next : m_logCacheHead) = node;
+    m_logCacheTail = node;
+    running = m_thread;
+  }
+  if (running == 0) CreateWriteLogThread();
+  sem_post(&m_sem);
+}
+
+CDebugLogMgr::MacroHelper::MacroHelper(LPCTSTR type, int level, LPCTSTR srcFile, LPCTSTR function,
+                                       DWORD line)
+    : m_strLogType(type),
+      m_strSrcFileName(srcFile),
+      m_strSrcFunctionName(function),
+      m_dwSrcLineNumber(line),
+      m_curLogLevel(level) {}
+
+void CDebugLogMgr::MacroHelper::operator()(LPCTSTR format, ...) try {
+  const UnderWay underWay;
+  if (format == nullptr || !underWay.Allowed()) return;
+  std::wstring wideFormat(format);
+  my_replace(wideFormat, L"%s", L"%ls");
+  va_list args;
+  va_start(args, format);
+  GetInstance()->OutputArgs(m_strLogType, m_curLogLevel, m_strSrcFileName, m_strSrcFunctionName,
+                            m_dwSrcLineNumber, wideFormat.c_str(), args);
+  va_end(args);
+} catch (const std::bad_alloc&) {  // the line is lost; logging never fails visibly
+}

@@ -1,0 +1,370 @@
+// The debug log from its first statement to its end: hosts that end, fork and unload, and many
+// threads at once.
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <locale.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DebugLogMgr.h"
+#include "LogHost.h"
+
+namespace {
+bool g_sleeps = false;
+}
+
+// The end waits a second for the writer; most hosts here need not.
+extern "C" unsigned sleep(unsigned seconds) {
+  if (g_sleeps) std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  return 0;
+}
+
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::StartsWith;
+
+const char kLog[] = "/tmp/PILog.txt";
+const char kLevelFile[] = "/var/log.ini";
+
+#define INFO(...) \
+  CDebugLogMgr::MacroHelper(L"[INFO] ", 1, L"host.cpp", L"Work", __LINE__)(__VA_ARGS__)
+#define ERROR(...) \
+  CDebugLogMgr::MacroHelper(L"[ERROR] ", 3, L"host.cpp", L"Work", __LINE__)(__VA_ARGS__)
+
+std::string MessageOf(const std::string& line) {
+  const size_t end = line.find("]: ");
+  return end == std::string::npos ? "no message in " + line : line.substr(end + 3);
+}
+
+std::vector<std::string> Messages(const std::string& path = kLog) {
+  std::vector<std::string> messages;
+  for (const std::string& line : LogLines(path)) messages.push_back(MessageOf(line));
+  return messages;
+}
+
+void AwaitMessages(size_t count) {
+  AwaitLines(kLog, count);
+}
+
+double SecondsOf(const std::function<void()>& work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+class LogLife : public testing::Test {
+ protected:
+  void SetUp() override {
+    Clean();
+    ASSERT_EQ(chdir("/tmp"), 0);
+    g_sleeps = false;
+  }
+  void TearDown() override { Clean(); }
+  static void Clean() {
+    for (const char* path : {kLog, kLevelFile}) remove(path);
+  }
+};
+
+TEST_F(LogLife, HelperKeepsItsArgumentsAndEmptiesNulls) {
+  const CDebugLogMgr::MacroHelper full(L"t", 7, L"s", L"f", 9);
+  EXPECT_STREQ(full.m_strLogType, L"t");
+  EXPECT_EQ(full.m_curLogLevel, 7);
+  EXPECT_STREQ(full.m_strSrcFileName, L"s");
+  EXPECT_STREQ(full.m_strSrcFunctionName, L"f");
+  EXPECT_EQ(full.m_dwSrcLineNumber, 9u);
+  const CDebugLogMgr::MacroHelper empty(nullptr, 0, nullptr, nullptr, 0);
+  EXPECT_STREQ(empty.m_strLogType, L"");
+  EXPECT_STREQ(empty.m_strSrcFileName, L"");
+  EXPECT_STREQ(empty.m_strSrcFunctionName, L"");
+}
+
+TEST_F(LogLife, InfoAndErrorAppearWithoutALevelFile) {
+  EXPECT_EQ(RunHost([] {
+              INFO(L"one");
+              ERROR(L"two");
+              AwaitMessages(2);
+            }),
+            0);
+  EXPECT_THAT(LogLines(kLog), ElementsAre(StartsWith("[INFO] [P"), StartsWith("[ERROR] [P")));
+  EXPECT_THAT(Messages(), ElementsAre("one", "two"));
+}
+
+TEST_F(LogLife, LevelFileSilences) {
+  Spill(kLevelFile, "[loginfo]\nlogLevel=3\n");
+  RunHost([] {
+    INFO(L"one");
+    ERROR(L"two");
+    AwaitMessages(1);
+  });
+  EXPECT_THAT(Messages(), ElementsAre("two"));
+  Clean();
+  Spill(kLevelFile, "[loginfo]\nlogLevel=4\n");
+  RunHost([] {
+    INFO(L"one");
+    ERROR(L"two");
+  });
+  EXPECT_FALSE(Exists(kLog));
+}
+
+TEST_F(LogLife, PlainStringConversionsTakeWideTexts) {
+  RunHost([] {
+    INFO(L"%s-%s", L"\u4e2d", L"b");
+    INFO(L"%ls|%hs|%S", L"wide", "narrow", L"upper");
+    INFO(L"100%%s");
+    INFO(L"%d %s %c", 7, L"x", L'y');
+    INFO(L"");
+    AwaitMessages(5);
+  });
+  // "%%s" is rewritten as well: nobody writes it, and the replacement knows no conversions.
+  EXPECT_THAT(Messages(),
+              ElementsAre("\xe4\xb8\xad-b", "wide|narrow|upper", "100%ls", "7 x y", ""));
+}
+
+TEST_F(LogLife, NullFormatLogsNothingAndNullPlacesAreEmpty) {
+  RunHost([] {
+    INFO(nullptr);
+    CDebugLogMgr::MacroHelper(nullptr, 3, nullptr, nullptr, 5)(L"bare");
+    AwaitMessages(1);
+  });
+  ASSERT_EQ(LogLines(kLog).size(), 1u);
+  EXPECT_THAT(LogLines(kLog)[0], StartsWith("[P"));
+  EXPECT_THAT(LogLines(kLog)[0], EndsWith("] [(5)]: bare"));
+}
+
+TEST_F(LogLife, EveryThreadsLinesAreWholeAndInOrder) {
+  const int threads = 8;
+  const int lines = 10000;
+  EXPECT_EQ(RunHost([] {
+              CDebugLogMgr::GetInstance()->SetTruncate(0, 0);
+              std::vector<std::thread> loggers;
+              for (int thread = 0; thread < threads; ++thread) {
+                loggers.emplace_back([thread] {
+                  for (int line = 0; line < lines; ++line) INFO(L"%d:%d:%s", thread, line, L"end");
+                });
+              }
+              for (std::thread& logger : loggers) logger.join();
+              Eventually([] {
+                const CDebugLogMgr& log = *CDebugLogMgr::GetInstance();
+                return __atomic_load_n(&log.m_logCacheHead, __ATOMIC_RELAXED) == nullptr;
+              });
+            }),
+            0);
+  std::map<int, int> next;
+  size_t count = 0;
+  for (const std::string& message : Messages()) {
+    int thread = -1;
+    int line = -1;
+    char end[8] = {};
+    ASSERT_EQ(sscanf(message.c_str(), "%d:%d:%3s", &thread, &line, end), 3) << message;
+    ASSERT_EQ(line, next[thread]++) << "of thread " << thread;
+    ASSERT_EQ(message, std::to_string(thread) + ":" + std::to_string(line) + ":end");
+    ++count;
+  }
+  EXPECT_EQ(count, static_cast<size_t>(threads) * lines);
+}
+
+TEST_F(LogLife, LevelNameHeaderAndModeMayChangeWhileThreadsLog) {
+  EXPECT_EQ(RunHost([] {
+              CDebugLogMgr& log = *CDebugLogMgr::GetInstance();
+              std::atomic<bool> done(false);
+              std::vector<std::thread> loggers;
+              for (int thread = 0; thread < 4; ++thread) {
+                loggers.emplace_back([&] {
+                  while (!done) INFO(L"x");
+                });
+              }
+              for (int change = 0; change < 200; ++change) {
+                Spill(kLevelFile, change % 2 == 0 ? "[loginfo]\nlogLevel=3\n" : "");
+                log.GetLogLevel();
+                log.SetLogFileName(change % 3 == 0 ? L"/tmp/PILog.txt" : L"/tmp/other.txt");
+                log.SetLogHeader(change % 5 == 0 ? L"" : L"<h>");
+                log.SetTruncate(10000, static_cast<DWORD>(change % 101));
+                log.EnableGlobalMode(change % 2);
+              }
+              done = true;
+              for (std::thread& logger : loggers) logger.join();
+            }),
+            0);
+}
+
+// How long exit() takes in a host that works like this; -1 when the host crashed.
+double SecondsOfExit(const std::function<void()>& work) {
+  static const char* const kResult = "/tmp/seconds";
+  remove(kResult);
+  const int code = RunHost([&] {
+    static std::chrono::steady_clock::time_point start;
+    // Registered before the log exists, so run when it is gone.
+    atexit([] {
+      const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+      Spill(kResult, std::to_string(took.count()));
+    });
+    work();
+    start = std::chrono::steady_clock::now();
+  });
+  return code == 0 ? std::stod(Slurp(kResult)) : -1;
+}
+
+TEST_F(LogLife, ExitWithPendingLinesTakesTheSecond) {
+  g_sleeps = true;
+  const double seconds = SecondsOfExit([] {
+    CDebugLogMgr::GetInstance()->SetTruncate(0, 0);
+    for (int line = 0; line < 50000; ++line) INFO(L"%d", line);
+  });
+  EXPECT_GE(seconds, 1.0);
+  EXPECT_LT(seconds, 1.9);
+  const std::vector<std::string> messages = Messages();
+  for (size_t i = 0; i < messages.size(); ++i) ASSERT_EQ(messages[i], std::to_string(i));
+}
+
+TEST_F(LogLife, ExitWithoutPendingLinesTakesTheSecond) {
+  g_sleeps = true;
+  const double seconds = SecondsOfExit([] {
+    INFO(L"x");
+    AwaitMessages(1);
+  });
+  EXPECT_GE(seconds, 1.0);
+  EXPECT_LT(seconds, 1.9);
+}
+
+TEST_F(LogLife, ExitWhileOtherThreadsLogDoesNotCrash) {
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_EQ(RunHost([] {
+                for (int thread = 0; thread < 6; ++thread) {
+                  std::thread([] {
+                    for (;;) INFO(L"%s", std::wstring(500, L'x').c_str());
+                  }).detach();
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+              }),
+              0);
+  }
+}
+
+TEST_F(LogLife, StatementsOfLaterDestructorsDoNothing) {
+  EXPECT_EQ(RunHost([] {
+              // Constructed before the log, so destroyed after it.
+              static const struct Late {
+                ~Late() {
+                  INFO(L"late");
+                  CDebugLogMgr::GetInstance();
+                }
+              } late;
+              INFO(L"early");
+              AwaitMessages(1);
+            }),
+            0);
+  EXPECT_THAT(Messages(), ElementsAre("early"));
+}
+
+TEST_F(LogLife, WriterBlockedByAPipeHoldsUpNoExit) {
+  g_sleeps = true;
+  ASSERT_EQ(mkfifo(kLog, 0600), 0);
+  const double seconds = SecondsOfExit([] {
+    for (int line = 0; line < 100; ++line) INFO(L"%s", std::wstring(8000, L'x').c_str());
+  });
+  EXPECT_GE(seconds, 1.0);
+  EXPECT_LT(seconds, 4.0);
+}
+
+TEST_F(LogLife, HostsSignalsAreNotDeliveredToTheWriter) {
+  EXPECT_EQ(RunHost([] {
+              INFO(L"x");
+              AwaitMessages(1);
+              sigset_t block;
+              sigemptyset(&block);
+              sigaddset(&block, SIGUSR1);
+              pthread_sigmask(SIG_BLOCK, &block, nullptr);
+              kill(getpid(), SIGUSR1);  // ends the process unless every thread blocks it
+              int taken = 0;
+              sigwait(&block, &taken);
+              _exit(taken == SIGUSR1 ? 0 : 1);
+            }),
+            0);
+}
+
+TEST_F(LogLife, ForkedChildHasAWriterOfItsOwn) {
+  EXPECT_EQ(RunHost([] {
+              std::atomic<bool> done(false);
+              CDebugLogMgr::GetInstance()->SetTruncate(0, 0);
+              std::thread other([&] {
+                while (!done) INFO(L"parent");
+              });
+              for (int child = 0; child < 5; ++child) {
+                const pid_t pid = fork();
+                if (pid == 0) {
+                  CDebugLogMgr::GetInstance()->SetLogFileName(L"/tmp/child.txt");
+                  remove("/tmp/child.txt");
+                  INFO(L"child %d", child);
+                  const bool written = AwaitLines("/tmp/child.txt", 1).size() == 1;
+                  _exit(written && MessageOf(LogLines("/tmp/child.txt")[0]) ==
+                                       "child " + std::to_string(child)
+                            ? 0
+                            : 1);
+                }
+                int status = 0;
+                waitpid(pid, &status, 0);
+                if (status != 0) _exit(1);
+              }
+              done = true;
+              other.join();
+            }),
+            0);
+  for (const std::string& message : Messages()) ASSERT_EQ(message, "parent");
+}
+
+TEST_F(LogLife, ForkedChildThatDoesNotLogEndsAtOnce) {
+  EXPECT_EQ(RunHost([] {
+              INFO(L"parent");
+              AwaitMessages(1);
+              const double seconds = SecondsOf([] { EXPECT_EQ(RunHost([] {}), 0); });
+              if (seconds > 0.9) _exit(1);
+            }),
+            0);
+}
+
+// The module holds the log behind one function, as the toolkit does, and is built without the
+// second that the end waits: what is left is what really waits for the writer.
+TEST_F(LogLife, HundredLoadsAndUnloadsLeaveNoThread) {
+  EXPECT_EQ(RunHost([] {
+              for (int cycle = 0; cycle < 100; ++cycle) {
+                void* const module = dlopen(LOG_MODULE, RTLD_NOW | RTLD_LOCAL);
+                if (module == nullptr) _exit(2);
+                const auto say = reinterpret_cast<void (*)(int)>(dlsym(module, "LogModuleSay"));
+                std::thread other([&] { say(20); });
+                say(20);
+                other.join();
+                dlclose(module);
+                if (dlopen(LOG_MODULE, RTLD_NOW | RTLD_NOLOAD) != nullptr) _exit(3);
+                if (ThreadCount() != 1) _exit(4);
+              }
+              _exit(0);
+            }),
+            0);
+}
+
+TEST_F(LogLife, UnloadingWithABlockedWriterLeavesNoThread) {
+  ASSERT_EQ(mkfifo(kLog, 0600), 0);
+  EXPECT_EQ(RunHost([] {
+              void* const module = dlopen(LOG_MODULE, RTLD_NOW | RTLD_LOCAL);
+              if (module == nullptr) _exit(2);
+              reinterpret_cast<void (*)(int)>(dlsym(module, "LogModuleSay"))(2000);
+              dlclose(module);
+              _exit(ThreadCount() == 1 ? 0 : 4);
+            }),
+            0);
+}
+
+}  // namespace
