@@ -1,7 +1,9 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
@@ -79,21 +81,25 @@ TEST_F(File, AnExistingFileKeepsItsBytesAndTheErrorIs183) {
 }
 
 TEST_F(File, OneOfManyCreatorsSeesZero) {
-  for (int round = 0; round < 50; ++round) {
-    const std::string path = "raced" + std::to_string(round);
-    std::atomic<int> created{0}, existed{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([&] {
-        const HANDLE file = VelCreateFile(path.c_str());
-        ++(GetLastError() == 0 ? created : existed);
-        EXPECT_TRUE(CloseHandle(file));
-      });
+  constexpr int kRounds = 1000;
+  constexpr int kThreads = 2;
+  std::atomic<int> arrived{0}, created{0}, existed{0};
+  const auto create = [&] {
+    for (int round = 0; round < kRounds; ++round) {
+      const std::string path = "raced" + std::to_string(round);
+      ++arrived;
+      while (arrived < kThreads * (round + 1)) sched_yield();
+      const HANDLE file = VelCreateFile(path.c_str());
+      if (GetLastError() == 0) ++created;
+      if (GetLastError() == 183) ++existed;
+      EXPECT_TRUE(CloseHandle(file));
     }
-    for (std::thread& thread : threads) thread.join();
-    ASSERT_EQ(created, 1);
-    ASSERT_EQ(existed, 3);
-  }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) threads.emplace_back(create);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(created, kRounds);
+  EXPECT_EQ(existed, kRounds * (kThreads - 1));
 }
 
 TEST_F(File, CreationGoesOnWhileAnotherRemovesTheFile) {
@@ -205,6 +211,14 @@ TEST_F(File, EveryOperationRefusesWhatIsNoHandle) {
     EXPECT_TRUE(refused(SetEndOfFile(file)));
     EXPECT_TRUE(refused(CloseHandle(file)));
   }
+}
+
+TEST_F(File, AHandleIsComparedInAllItsBits) {
+  const HANDLE file = VelCreateFile("file");
+  const HANDLE alias = reinterpret_cast<HANDLE>(reinterpret_cast<uintptr_t>(file) + (4ULL << 32));
+  EXPECT_FALSE(CloseHandle(alias));
+  EXPECT_EQ(GetLastError(), 6u);
+  EXPECT_TRUE(CloseHandle(file));
 }
 
 TEST_F(File, WrongArgumentsGiveInvalidParameter) {

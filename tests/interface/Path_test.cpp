@@ -101,6 +101,7 @@ TEST(PathText, RemoveFileSpecCutsTheLastComponent) {
       {L"/a", L"/", TRUE},
       {L"/a/b", L"/a", TRUE},
       {L"/a//b", L"/a", TRUE},
+      {L"/a////b", L"/a", TRUE},
       {L"/a/", L"/a", TRUE},
       {L"/a//", L"/a", TRUE},
       {L"//a", L"/", TRUE},

@@ -144,6 +144,11 @@ TEST_F(Profile, WhatIsMissingGivesTheDefault) {
   EXPECT_EQ(GetPrivateProfileIntA("loginfo", "logLevel", 5, ""), 5u);
 }
 
+TEST_F(Profile, ACommentIsNoKey) {
+  Lay("[loginfo]\n;logLevel=3\n");
+  EXPECT_EQ(GetPrivateProfileIntA("loginfo", ";logLevel", 5, kFile), 5u);
+}
+
 TEST_F(Profile, NullNamesGiveTheDefault) {
   Lay("[loginfo]\nlogLevel=3\n");
   EXPECT_EQ(GetPrivateProfileIntA(nullptr, "logLevel", 5, kFile), 5u);
