@@ -10,6 +10,7 @@ packages=(
   libssl-dev                          # the device library
   libcli11-dev nlohmann-json3-dev     # vctk
   libgtest-dev libgmock-dev libbotan-2-dev libbenchmark-dev
+  locales                             # text tests in other encodings
   openssl                             # the demo and the end-to-end tests
 )
 all=(clang-14)
