@@ -30,6 +30,9 @@ class CSmartBuffer : public IBuffer {
  public:
   CSmartBuffer() : m_pBuffer(nullptr) {}
   CSmartBuffer(const CSmartBuffer& other) : IBuffer(), m_pBuffer(nullptr) { CopyFrom(other); }
+  CSmartBuffer(CSmartBuffer&& other) noexcept : IBuffer(), m_pBuffer(other.m_pBuffer) {
+    other.m_pBuffer = nullptr;
+  }
   CSmartBuffer& operator=(const CSmartBuffer& other) {
     CopyFrom(other);
     return *this;

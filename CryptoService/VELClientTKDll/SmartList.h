@@ -3,6 +3,7 @@
 // frozen. The items are copies made by the code that owns the list, so they outlive the library
 // that filled it.
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 template <typename T>
@@ -33,7 +34,7 @@ class CSmartList : public ISmartList<T> {
   }
 
   long AddItem(T item) override {
-    m_vecList.push_back(item);
+    m_vecList.push_back(std::move(item));
     return GetCount();
   }
   long GetCount() override { return static_cast<long>(m_vecList.size()); }

@@ -5,6 +5,7 @@
 
 #include <cwchar>
 #include <string>
+#include <utility>
 
 #include "SmartBuffer.h"
 
@@ -17,36 +18,50 @@ class IVelStringT {
   virtual void Empty() = 0;
 };
 
+// Records hold many of these and are copied by the thousand, so a copy takes one block and a move
+// none. One thread at a time.
 template <typename C>
 class CVelStringT : public IVelStringT<C> {
  public:
   CVelStringT() { CVelStringT::Empty(); }
   CVelStringT(const C* pStr) : CVelStringT() { CVelStringT::AddString(pStr); }  // NOLINT: converts
-  CVelStringT(const CVelStringT& other) : CVelStringT(static_cast<const C*>(other)) {}
+  CVelStringT(const CVelStringT& other) : m_smString(other.m_smString) { Settle(); }
 
+  // Leaves `other` without a text until it is assigned one.
+  CVelStringT(CVelStringT&& other) noexcept : m_smString(std::move(other.m_smString)) {
+    other.m_pStr = nullptr;
+    Settle();
+  }
+
+  // Through the virtual Empty and AddString; assigning the own text changes nothing.
   CVelStringT& operator=(const C* pStr) {
     const C* const text = *this;
-    if (pStr == text) return *this;
-    if (pStr > text && pStr <= text + GetSize()) return *this = std::basic_string<C>(pStr).c_str();
+    if (pStr != nullptr && pStr == text) return *this;
+    if (Holds(pStr)) return *this = CVelStringT(pStr);
     Empty();
     AddString(pStr);
     return *this;
   }
-  CVelStringT& operator=(const CVelStringT& other) { return *this = static_cast<const C*>(other); }
+  CVelStringT& operator=(const CVelStringT& other) {
+    return this == &other ? *this : *this = static_cast<const C*>(other);
+  }
 
   // Appends the text; null and empty texts change nothing. Returns the new length.
   long AddString(const C* pStr) override {
     if (pStr == nullptr || *pStr == 0) return GetSize();
     if (m_smString.GetAddress() == nullptr) AppendTerminator();
-    C* const text = static_cast<C*>(m_smString.GetAddress());
+    C* text = static_cast<C*>(m_smString.GetAddress());
     const size_t length = std::char_traits<C>::length(pStr);
     if (text == nullptr) return GetSize();
     if (length > UINT32_MAX / sizeof(C) - 2 - static_cast<size_t>(GetSize())) return GetSize();
-    // The first character takes the terminator's place, so no byte is written twice.
+    // The first character takes the terminator's place; the others and a new terminator, which
+    // follows them in the source, are one growth.
     text[GetSize()] = *pStr;
-    m_smString.AppendBuffer(pStr + 1, static_cast<unsigned int>((length - 1) * sizeof(C)));
-    AppendTerminator();
-    m_pStr = static_cast<const C*>(m_smString.GetAddress());
+    m_smString.AppendBuffer(pStr + 1, static_cast<unsigned int>(length * sizeof(C)));
+    text = static_cast<C*>(m_smString.GetAddress());
+    m_pStr = text;
+    if (text != nullptr)
+      text[GetSize()] = 0;  // it was overwritten if pStr ends where this text does
     return GetSize();
   }
 
@@ -81,6 +96,16 @@ class CVelStringT : public IVelStringT<C> {
   CSmartBuffer m_smString;
 
  private:
+  // After taking over a buffer: the state that AddString would have left.
+  void Settle() {
+    if (m_smString.GetAddress() == nullptr) AppendTerminator();
+    m_pStr = GetSize() > 0 ? static_cast<const C*>(*this) : nullptr;
+  }
+  bool Holds(const C* pStr) const {
+    const size_t distance = reinterpret_cast<uintptr_t>(pStr) -
+                            reinterpret_cast<uintptr_t>(static_cast<const C*>(*this));
+    return distance < const_cast<CSmartBuffer&>(m_smString).GetSize();
+  }
   void AppendTerminator() {
     const C terminator = 0;
     m_smString.AppendBuffer(&terminator, sizeof(terminator));
