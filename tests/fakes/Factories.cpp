@@ -13,7 +13,9 @@ namespace {
 template <typename Object>
 Object* Made(const char* factory) {
   Fake().Record(factory);
-  return new Object(kFirstReferences);
+  Object* const object = new Object(kFirstReferences);
+  if (kFirstReferences != 0) Fake().lost.push_back(object);
+  return object;
 }
 
 template <typename Object>

@@ -48,6 +48,7 @@ struct FakeDevice {
   std::vector<std::string> calls;  // in order, as "Operation(argument, ...)"
   const void* loader = nullptr;    // the factory that IVELDeviceManager::Initialize was given
   int liveObjects = 0;
+  std::vector<const void*> lost;  // objects that no release will destroy
   int loads = 0;
   int unloads = 0;
 
