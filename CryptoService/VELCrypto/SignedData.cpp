@@ -153,7 +153,7 @@ namespace velcrypto {
 SignedDataWriter::~SignedDataWriter() {
   if (m_message == nullptr) return;
   ASN1_OCTET_STRING* const lent = reinterpret_cast<SdMessage*>(m_message)->data->content->bytes;
-  if (lent != nullptr) ASN1_STRING_set0(lent, nullptr, 0);
+  if (lent != nullptr) lent->data = nullptr;
   ASN1_item_free(m_message, ASN1_ITEM_rptr(SdMessage));
 }
 
