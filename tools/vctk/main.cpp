@@ -1,9 +1,175 @@
-#include <CLI/CLI.hpp>
+// vctk: lists signing certificates, signs files, changes PINs.
+#include <langinfo.h>
+#include <locale.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
 
-int main(int argc, char** argv) {
+#include <CLI/CLI.hpp>
+#include <sstream>
+
+#include "Choice.h"
+#include "Commands.h"
+#include "Files.h"
+
+namespace vctk {
+namespace {
+
+const char kFooter[] =
+    "Exit codes: 0 done, 1 the toolkit or the key reported a failure, 2 wrong usage,\n"
+    "3 a file cannot be read or written, 4 key list or device library unusable,\n"
+    "5 no certificate or no clear choice, 6 PIN missing, wrong or locked, 7 cancelled.\n"
+    "\n"
+    "The key list is --key-list, else $VCTK_KEY_LIST, else vel/keylist.xml in the user's\n"
+    "configuration folder, else /etc/vel/keylist.xml, else the key store alone.\n";
+
+// The toolkit takes the locale of the environment for its texts, which are UTF-8.
+void EnsureUtf8() {
+  if (setlocale(LC_ALL, "") != nullptr && strcmp(nl_langinfo(CODESET), "UTF-8") == 0) return;
+  setenv("LC_ALL", "C.UTF-8", 1);
+  setlocale(LC_ALL, "");
+}
+
+struct Options {
+  CertsOptions certs;
+  SignOptions sign;
+  PinChangeOptions pinChange;
+  std::string code;
+};
+
+void AddCommon(CLI::App& command, CommonOptions& options) {
+  command.add_option("--key-list", options.keyList, "The key list: which keys are looked for")
+      ->type_name("FILE");
+  command
+      .add_option("--filter", options.filters,
+                  "Only certificates that pass; may be repeated. NAME is one of " + FilterNames())
+      ->type_name("NAME=VALUE")
+      ->take_all()
+      ->expected(1);
+}
+
+void AddPinFile(CLI::App& command, std::string& pinFile, const std::string& lines) {
+  command
+      .add_option("--pin-file", pinFile,
+                  "File with " + lines +
+                      ", \"-\" for standard input. Without it the terminal is asked, or standard "
+                      "input read when that is no terminal")
+      ->type_name("FILE");
+}
+
+CLI::App* AddCerts(CLI::App& app, CertsOptions& options) {
+  CLI::App* const command = app.add_subcommand("certs", "List the certificates that can sign");
+  AddCommon(*command, options);
+  command->add_flag("--json", options.json, "As a JSON array with the certificates in base64");
+  return command;
+}
+
+CLI::App* AddSign(CLI::App& app, SignOptions& options) {
+  CLI::App* const command = app.add_subcommand("sign", "Sign a file");
+  command->add_option("FILE", options.file, "The file to sign, \"-\" for standard input")
+      ->required()
+      ->type_name("");
+  AddCommon(*command, options);
+  CLI::Option* const pkcs1 = command->add_flag(
+      "--p1", options.pkcs1, "A bare PKCS#1 signature: SHA1 for an RSA key, SM3 for an SM2 key");
+  command->add_flag("--p7", "A PKCS#7 signature with the certificate (the default)")
+      ->excludes(pkcs1);
+  command->add_flag("--detached", options.detached, "Leave the content out of the PKCS#7 signature")
+      ->excludes(pkcs1);
+  command
+      ->add_option("--cert", options.serial,
+                   "Serial number of the certificate; needed when there are several")
+      ->type_name("SERIAL");
+  command
+      ->add_option("--digest", options.digest,
+                   "MD5, SHA1, SHA256, SHA512 or SM3; without it the key list's for the key")
+      ->type_name("NAME");
+  command
+      ->add_option("-o,--output", options.output,
+                   "Where the signature goes; else to standard output")
+      ->type_name("FILE");
+  command->add_flag("--binary", options.binary, "Bytes (DER for PKCS#7) instead of base64");
+  AddPinFile(*command, options.pinFile, "the PIN in its first line");
+  return command;
+}
+
+CLI::App* AddPinChange(CLI::App& app, PinChangeOptions& options) {
+  CLI::App* const pin = app.add_subcommand("pin", "PIN of a key")->require_subcommand(1);
+  CLI::App* const command = pin->add_subcommand("change", "Change the PIN");
+  AddCommon(*command, options);
+  command->add_option("--cert", options.serial, "Serial number of a certificate on the key")
+      ->type_name("SERIAL");
+  AddPinFile(*command, options.pinFile,
+             "the current PIN in the first and the new one in the second line");
+  return command;
+}
+
+CLI::App* AddMessage(CLI::App& app, std::string& code) {
+  CLI::App* const command = app.add_subcommand("message", "Tell what an error code means");
+  command->add_option("CODE", code, "The code, as 0xE0000056 or -536870826")
+      ->required()
+      ->type_name("");
+  return command;
+}
+
+// Help and version are "errors" of the parser with exit code 0.
+ExitCode TellParser(const CLI::App& app, const CLI::ParseError& error) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const int code = app.exit(error, out, err);
+  Print(out.str());
+  fputs(err.str().c_str(), stderr);
+  return code == 0 ? kDone : kUsage;
+}
+
+ExitCode Run(int argc, char** argv) {
   CLI::App app("Lists signing certificates and signs files with them.", "vctk");
   app.set_version_flag("--version", "vctk " VCTK_VERSION);
+  app.footer(kFooter);
   app.require_subcommand(1);
-  CLI11_PARSE(app, argc, argv);
-  return 0;
+  Options options;
+  const CLI::App* const certs = AddCerts(app, options.certs);
+  const CLI::App* const sign = AddSign(app, options.sign);
+  const CLI::App* const pinChange = AddPinChange(app, options.pinChange);
+  AddMessage(app, options.code);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return TellParser(app, error);
+  }
+  if (certs->parsed()) return RunCerts(options.certs);
+  if (sign->parsed()) return RunSign(options.sign);
+  if (pinChange->parsed()) return RunPinChange(options.pinChange);
+  return RunMessage(options.code);
+}
+
+int RunAndTell(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
+  } catch (const Failure& failure) {
+    fprintf(stderr, "vctk: %s\n", failure.what());
+    if (!failure.Advice().empty()) fprintf(stderr, "  %s\n", failure.Advice().c_str());
+    return failure.Exit();
+  } catch (const std::exception& error) {
+    fprintf(stderr, "vctk: %s\n", error.what());
+    return kFailed;
+  }
+}
+
+}  // namespace
+}  // namespace vctk
+
+int main(int argc, char** argv) {
+  vctk::ClaimStandardOutput();
+  vctk::EnsureUtf8();
+  const int exitCode = vctk::RunAndTell(argc, argv);
+#ifdef VCTK_ORDERLY_EXIT
+  return exitCode;
+#else
+  // Everything is written and the session ended; the toolkit's log would keep the process for
+  // another second, and what it has not written by now it would throw away all the same.
+  fflush(nullptr);
+  _exit(exitCode);
+#endif
 }
