@@ -1,0 +1,105 @@
+// The demonstration and the C host, as a newcomer runs them.
+#include <gmock/gmock.h>
+#include <stdlib.h>
+
+#include "Identities.h"
+#include "Program.h"
+
+using ::testing::HasSubstr;
+
+namespace {
+
+class Scripts : public ::testing::Test {
+ protected:
+  Outcome Demo(const std::vector<std::string>& arguments, const std::string& tamper = "") const {
+    Invocation invocation;
+    invocation.command = {PROJECT "/scripts/demo.sh"};
+    invocation.command.insert(invocation.command.end(), arguments.begin(), arguments.end());
+    invocation.environment = {{"HOME", m_folder.Path()}, {"VCTK", getenv("VCTK")}};
+    if (!tamper.empty()) {
+      invocation.environment["VCTK"] = PROJECT "/tests/end_to_end/tampering_vctk.sh";
+      invocation.environment["REAL_VCTK"] = getenv("VCTK");
+      invocation.environment["TAMPER"] = tamper;
+    }
+    return RunProgram(invocation);
+  }
+
+  const TemporaryFolder& Folder() const { return m_folder; }
+
+ private:
+  TemporaryFolder m_folder;
+};
+
+}  // namespace
+
+TEST_F(Scripts, DemoSignsTheDefaultDocumentInSixWays) {
+  const Outcome outcome = Demo({});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_EQ(outcome.err, "");
+  for (const char* text : {"张三", "李四", "All 6 signatures verified."}) {
+    EXPECT_THAT(outcome.out, HasSubstr(text));
+  }
+}
+
+TEST_F(Scripts, DemoSignsTheFileThatIsNamed) {
+  const std::string file = Folder().File("合同 1.bin");
+  WriteText(file, std::string("\0\xFF", 2) + std::string(70000, '\n'));
+  const Outcome outcome = Demo({file});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr(file));
+}
+
+TEST_F(Scripts, DemoFailsOnATamperedSignatureOfEachKind) {
+  for (const char* kind :
+       {"/p1-rsa", "/p7-rsa", "/detached-rsa", "/p1-sm2", "/p7-sm2", "/detached-sm2"}) {
+    const Outcome outcome = Demo({}, kind);
+    EXPECT_NE(outcome.exitCode, 0) << kind;
+    EXPECT_EQ(outcome.out.find("All 6"), std::string::npos) << kind;
+  }
+}
+
+TEST_F(Scripts, DemoFailsWhenSigningFails) {
+  EXPECT_NE(Demo({}, "fail").exitCode, 0);
+}
+
+TEST_F(Scripts, DemoFailsOnAMissingFile) {
+  const Outcome outcome = Demo({Folder().File("none")});
+  EXPECT_NE(outcome.exitCode, 0);
+  EXPECT_THAT(outcome.err, HasSubstr("cannot read"));
+}
+
+TEST_F(Scripts, TheCHostSigns) {
+  const Identity& rsa = SharedIdentities().Rsa();
+  PutInto(Folder().File("keystore"), rsa);
+  Invocation invocation;
+  invocation.command = {getenv("EXAMPLE_C"), rsa.serial};
+  invocation.environment = {{"VEL_KEYSTORE", Folder().File("keystore")}, {"LC_ALL", "C.UTF-8"}};
+  invocation.input = std::string(Identities::kPin) + "\n";
+  const Outcome outcome = RunProgram(invocation);
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.out;
+  WriteText(Folder().File("signature"), OutputOf({"openssl", "base64", "-d", "-A"},
+                                                 outcome.out.substr(0, outcome.out.find('\n'))));
+  WriteText(Folder().File("content"), "I agree.");
+  EXPECT_NO_THROW(
+      OutputOf({PROJECT "/scripts/verify.sh", "p7", Folder().File("signature"),
+                Folder().File("content"), rsa.certificate, SharedIdentities().Authority()}));
+}
+
+TEST_F(Scripts, TheCHostShowsTheTextOfAFailure) {
+  PutInto(Folder().File("keystore"), SharedIdentities().Rsa());
+  Invocation invocation;
+  invocation.command = {getenv("EXAMPLE_C"), SharedIdentities().Rsa().serial};
+  invocation.environment = {{"VEL_KEYSTORE", Folder().File("keystore")}, {"LC_ALL", "C.UTF-8"}};
+  invocation.input = "87654321\n";
+  const Outcome outcome = RunProgram(invocation);
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_THAT(outcome.out, HasSubstr("您还有9次机会"));
+}
+
+TEST_F(Scripts, TheReadmeShowsTheCHostAsItIs) {
+  const std::string readme = ReadText(PROJECT "/README.md");
+  const size_t start = readme.find("```c\n") + 5;
+  const std::string shown = readme.substr(start, readme.find("```", start) - start);
+  const std::string source = ReadText(PROJECT "/examples/c/sign.c");
+  EXPECT_EQ(shown, source.substr(source.find("#include")));
+}
