@@ -7,6 +7,8 @@
 // zero character. Null pointers count as empty texts. One thread at a time.
 #include <string>
 
+#include "MarkupEncoding.h"
+#include "MarkupFile.h"
 #include "MarkupFlags.h"
 #include "MarkupPath.h"
 #include "MarkupSavedPos.h"
@@ -96,12 +98,52 @@ class CMarkup : public MarkupFlags {
   bool RestorePos(MarkupCStr name = L"", int nMap = 0);
   bool SetMapSize(int nSize, int nMap = 0);
 
+  // Reads and parses a file; its name is UTF-8 when narrow. The encoding is that of a byte-order
+  // mark, which sets its document flag, else UTF-16 when it looks so, else the declared one, else
+  // UTF-8 when all of it is valid, else the system's. True when the document is well formed; a file
+  // that cannot be read leaves the document.
+  bool Load(MarkupCStr file);
+  bool Load(const std::string& file);
+  // Writes the document with the mark and in the encoding of its flags, else in the declared
+  // encoding, else in UTF-8. False leaves an old file as it was.
+  bool Save(MarkupCStr file);
+  bool Save(const std::string& file);
+  // The same with the text alone; results are appended, flags are read and set. Null for neither.
+  static bool ReadTextFile(const std::string& file, std::wstring& strDoc,
+                           std::wstring* pstrResult = nullptr, int* pnDocFlags = nullptr);
+  static bool WriteTextFile(const std::string& file, const std::wstring& strDoc,
+                            std::wstring* pstrResult = nullptr, int* pnDocFlags = nullptr);
+
   // A copy of the text in which < > & are references, with MNF_ESCAPEQUOTES also " and '. With
   // MNF_WITHREFS an & that begins a reference stays.
   static std::wstring EscapeText(MarkupCStr text, int flags = 0);
   // The text with references replaced by their characters; of the first length characters, or up
   // to the terminator when length is negative. Unknown references stay as they are.
   static std::wstring UnescapeText(MarkupCStr text, int length = -1);
+
+  // The code page of an encoding name, whatever its case: 0 for the empty name, -1 for an unknown
+  // one, 65005 for all that begin with "UTF-32".
+  static int GetEncodingCodePage(MarkupCStr name) { return x_GetEncodingCodePage(name); }
+  // The encoding that an XML declaration at the start of the text names; empty without.
+  static std::wstring GetDeclaredEncoding(MarkupCStr pszDoc);
+
+  // Whether the bytes, up to the first zero, are valid UTF-8. *pnNonASCII: sequences above ASCII
+  // met. *pbErrorAtEnd: the first fault is a sequence that the end cuts off. Both may be null.
+  static bool DetectUTF8(const char* pText, int nTextLen, int* pnNonASCII = nullptr,
+                         bool* pbErrorAtEnd = nullptr);
+  // Decode the character at psz and move psz behind it; -1 for an invalid one, psz then stays.
+  // Without end the text is zero-terminated. Surrogates and over-long forms are invalid.
+  static int DecodeCharUTF8(const char*& psz, const char* pszEnd = nullptr);
+  static int DecodeCharUTF16(const unsigned short*& psz, const unsigned short* pszEnd = nullptr);
+  // Set the length to the units of the character, at most 4 (2), and write it unless the output is
+  // null. A code that is no character becomes a question mark.
+  static void EncodeCharUTF8(int nChar, char* pszUTF8, int& nUTF8Len);
+  static void EncodeCharUTF16(int nChar, unsigned short* pszUTF16, int& nUTF16Len);
+  // Convert a text of so many units, or a zero-terminated one when the length is negative; a zero
+  // ends either. Return the units of the result, no terminator among them; with null output only
+  // that. Invalid characters become question marks.
+  static int UTF16To8(char* pszUTF8, const unsigned short* pszUTF16, int nUTF16Len = -1);
+  static int UTF8To16(unsigned short* pszUTF16, const char* pszUTF8, int nUTF8Len = -1);
 
   // The functions below serve those above; the indices they take must be of this document.
   bool x_ParseDoc();
@@ -135,6 +177,8 @@ class CMarkup : public MarkupFlags {
   // After nShift characters came in in iPosParent: lengthens it and all around it, and moves
   // iPosAfter and all elements that begin behind.
   void x_Adjust(int iPosParent, int iPosAfter, int nShift);
+  static int x_GetEncodingCodePage(MarkupCStr pszEncoding);
+  static void x_EndianSwapUTF16(unsigned short* pBuffer, int nCharCount);
   ElemPos& x_Elem(int iPos) const { return m_pElemPosTree->GetAt(iPos); }
 
   std::wstring m_strDoc;
@@ -161,6 +205,7 @@ class CMarkup : public MarkupFlags {
   void x_ReportUnended(const ElemStack::OpenTag& tag, int nExpected);
   void x_SetIllFormed(int iPos, int nFlags);
 
+  static bool BeginsCharUTF8(const char* p, const char* end);
   bool x_AddElem(MarkupCStr name, MarkupCStr data, int flags);
   bool x_AddNode(int nNodeType, MarkupCStr text, int flags);
   bool x_SetAttrib(MarkupCStr name, MarkupCStr value, int flags);

@@ -53,6 +53,7 @@ std::wstring SyntaxResultText(const CMarkup& result, const std::wstring& name) {
     return L"start " + tag + offset + L" expecting end tag at offset " +
            result.GetAttrib(L"offset2");
   }
+  if (name == L"file_error") return result.GetAttrib(L"msg");
   if (name == L"unterminated_tag_syntax") return L"unterminated tag at " + offset;
   for (const SyntaxText& text : kSyntaxTexts) {
     if (name == text.result)
@@ -61,17 +62,37 @@ std::wstring SyntaxResultText(const CMarkup& result, const std::wstring& name) {
   return std::wstring();
 }
 
+// The text of a finding about a file; these are read one behind the other as one sentence.
+std::wstring FileResultText(const CMarkup& result, const std::wstring& name) {
+  const std::wstring encoding = result.GetAttrib(L"encoding");
+  const std::wstring length = encoding + L" length " + result.GetAttrib(L"length");
+  if (name == L"bom") return L"BOM +";
+  if (name == L"read" || name == L"write") return length;
+  if (name == L"converted_to") return L"to " + length;
+  if (name == L"converted_from") return length + L" to";
+  if (name == L"nulls_removed") return L"removed " + result.GetAttrib(L"count") + L" nulls";
+  if (name == L"conversion_loss") return L"(chars lost in conversion!)";
+  if (name == L"utf8_detection") return L"(used UTF-8 detection)";
+  if (name == L"endian_swap") return L"endian swap";
+  if (name == L"truncation_error") return L"encoding " + encoding + L" adjustment error";
+  return std::wstring();
+}
+
 }  // namespace
 
 std::wstring CMarkup::GetError() const {
   CMarkup results(m_strResult);
   std::wstring error;
+  bool file = false;
   while (results.FindElem()) {
     const std::wstring name = results.x_GetTagName(results.m_iPos);
-    const std::wstring text = SyntaxResultText(results, name);
+    std::wstring text = SyntaxResultText(results, name);
+    const bool fileText = text.empty();
+    if (fileText) text = FileResultText(results, name);
     if (text.empty()) continue;
-    if (!error.empty()) error += L", ";
+    if (!error.empty()) error += file && fileText ? L" " : L", ";
     error += text;
+    file = fileText;
   }
   return error;
 }
