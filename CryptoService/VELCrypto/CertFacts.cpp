@@ -1,8 +1,5 @@
 #include "CertFacts.h"
 
-#include <openssl/ec.h>
-#include <openssl/err.h>
-#include <openssl/sha.h>
 #include <openssl/x509v3.h>
 
 #include "DistinguishedName.h"
@@ -89,6 +86,15 @@ bool ReadDer(X509* certificate, std::vector<BYTE>* der) {
   return i2d_X509(certificate, &at) == size;
 }
 
+std::string Fingerprint(const std::vector<BYTE>& der) {
+  // Looking an algorithm up costs more than digesting a certificate; kept for the process.
+  static EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+  BYTE hash[EVP_MAX_MD_SIZE];
+  unsigned size = 0;
+  if (EVP_Digest(der.data(), der.size(), hash, &size, sha256, nullptr) != 1) return {};
+  return Hex(hash, size);
+}
+
 }  // namespace
 
 VEL_ASYMM_ALG AlgorithmOf(const EVP_PKEY* key) {
@@ -106,9 +112,7 @@ CertFactsPtr FactsOf(X509* certificate) {
       !ReadTime(X509_get0_notAfter(certificate), &record.ExpiredInfo, &facts->notAfter)) {
     return nullptr;
   }
-  BYTE hash[SHA256_DIGEST_LENGTH];
-  SHA256(facts->der.data(), facts->der.size(), hash);
-  record.VELCertUniqueID = Wide(Hex(hash, sizeof(hash))).c_str();
+  record.VELCertUniqueID = Wide(Fingerprint(facts->der)).c_str();
   record.CertBase64 = Wide(Base64(facts->der.data(), facts->der.size())).c_str();
   ReadNames(certificate, &record);
   record.SerialNumber = Wide(SerialOf(certificate)).c_str();

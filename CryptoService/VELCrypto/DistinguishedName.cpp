@@ -67,10 +67,10 @@ std::string Decoded(const std::string& bytes) {
   return gbk.empty() ? Latin1(bytes) : gbk;
 }
 
-// OpenSSL's printer takes the bytes of the old 8-bit types for Latin-1 and trusts UTF8String.
+// OpenSSL's printer takes the bytes of the old 8-bit types for Latin-1. Certificates with a broken
+// UTF8String are not parsed in the first place.
 bool NeedsDecoding(const ASN1_STRING* value) {
-  if (IsWideType(value) || IsPlain(value)) return false;
-  return ASN1_STRING_type(value) != V_ASN1_UTF8STRING || !IsUtf8(BytesOf(value));
+  return ASN1_STRING_type(value) != V_ASN1_UTF8STRING && !IsWideType(value) && !IsPlain(value);
 }
 
 // A copy in which every value is well-formed for OpenSSL's printer; null when the name is so.
