@@ -7,6 +7,7 @@
 #include <wctype.h>
 
 #include <climits>
+#include <cstdint>
 #include <cwchar>
 #include <new>
 
@@ -73,6 +74,24 @@ void Copy(C* to, const C* from, int n) {
   memmove(to, from, static_cast<size_t>(n) * sizeof(C));
 }
 
+template <typename Unit, typename C>
+bool IsAscii(const C* text, size_t length) {
+  Unit all = 0;
+  for (size_t i = 0; i < length; ++i) all |= static_cast<Unit>(text[i]);
+  return all < 0x80;
+}
+
+// Characters of a narrow text, bytes of a wide one, as the locale counts them; (size_t)-1 where it
+// cannot. ASCII is counted alike by all of them, and large texts are ASCII most of the time.
+size_t CountConverted(const char* text) {
+  const size_t length = strlen(text);
+  return IsAscii<unsigned char>(text, length) ? length : mbstowcs(nullptr, text, 0);
+}
+size_t CountConverted(const wchar_t* text) {
+  const size_t length = wcslen(text);
+  return IsAscii<uint32_t>(text, length) ? length : wcstombs(nullptr, text, 0);
+}
+
 // The shared empty text is set by every string that becomes empty, on any thread, to the values it
 // has already. Looking first keeps those threads from writing, so that nobody's plain read races.
 template <typename V>
@@ -126,10 +145,10 @@ BOOL CStringT<Self, C>::AllocBuffer(int n) {
 }
 
 template <class Self, typename C>
-BOOL CStringT<Self, C>::AllocBeforeWrite(int n) {
+BOOL CStringT<Self, C>::AllocBeforeWrite(int n, bool zeroed) {
   if (References(GetData()) <= 1 && GetAllocLength() >= n) return TRUE;
   Release();
-  return AllocBuffer(n);
+  return zeroed || n == 0 ? AllocBuffer(n) : AllocText(n);
 }
 
 template <class Self, typename C>
@@ -138,7 +157,7 @@ BOOL CStringT<Self, C>::AssignCopy(int n, const C* text) {
     Release();
     return TRUE;
   }
-  if (!AllocBeforeWrite(n)) return FALSE;
+  if (!AllocBeforeWrite(n, false)) return FALSE;
   Copy(m_pchData, text, n);
   GetData()->nDataLength = GetData()->nAllocLength = n;
   m_pchData[n] = 0;
@@ -320,8 +339,8 @@ CString& CString::operator=(const wchar_t* text) {
 // Counted by the locale, converted as UTF-8: where the two disagree the block still holds what was
 // counted, and the rest is cut.
 CString& CString::operator=(const char* text) {
-  const size_t count = text == nullptr ? 0 : mbstowcs(nullptr, text, 0);
-  if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count))) {
+  const size_t count = text == nullptr ? 0 : CountConverted(text);
+  if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count), false)) {
     Release();
     return *this;
   }
@@ -373,8 +392,8 @@ CStringA& CStringA::operator=(const char* text) {
 }
 
 CStringA& CStringA::operator=(const wchar_t* text) {
-  const size_t count = text == nullptr ? 0 : wcstombs(nullptr, text, 0);
-  if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count))) {
+  const size_t count = text == nullptr ? 0 : CountConverted(text);
+  if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count), false)) {
     Release();
     return *this;
   }

@@ -100,7 +100,7 @@ class CStringT {
   BOOL ConcatCopy(int length1, const C* text1, int length2, const C* text2);
   BOOL ConcatInPlace(int n, const C* text);
   void CopyBeforeWrite();
-  BOOL AllocBeforeWrite(int n);
+  BOOL AllocBeforeWrite(int n, bool zeroed = true);
   void Release();
   static void Release(Data* header);
   static long InterlockedDecrement(long* count);
