@@ -11,7 +11,8 @@
 
 class CString;
 
-typedef enum {
+// 32 bits wide with any number as a value: a device library may give one that has no name here.
+typedef enum : int {
   VEL_HASH_ALG_UNKNOWN = 0,
   VEL_HASH_ALG_MD2 = 1,
   VEL_HASH_ALG_MD5 = 2,
@@ -21,14 +22,14 @@ typedef enum {
   VEL_HASH_ALG_SM3 = 6,
 } VEL_HASH_ALG;
 
-typedef enum {
+typedef enum : int {
   VEL_ASYMM_ALG_UNKNOWN = 0,
   VEL_ASYMM_ALG_RSA = 1,
   VEL_ASYMM_ALG_SM2 = 2,
   VEL_ASYMM_ALG_PM = 3,
 } VEL_ASYMM_ALG;
 
-typedef enum {
+typedef enum : int {
   VEL_CRYPTO_INTERFACE_TYPE_UNKNOWN = 0,
   VEL_CRYPTO_INTERFACE_TYPE_CSP = 1,
   VEL_CRYPTO_INTERFACE_TYPE_SKF = 101,
@@ -42,7 +43,7 @@ typedef enum {
   VEL_CRYPTO_INTERFACE_TYPE_PM = 208,
 } VEL_CRYPTO_INTERFACE_TYPE;
 
-typedef enum {
+typedef enum : int {
   VEL_KEY_SPEC_UNKNOWN = 0,
   VEL_KEY_SPEC_SIGNATURE = 1,
   VEL_KEY_SPEC_EXCHANGE = 2,
@@ -50,14 +51,14 @@ typedef enum {
 } VEL_KEY_SPEC;
 
 // There is no 1.
-typedef enum {
+typedef enum : int {
   VEL_CERT_HAVE_UNKNOWN = 0,
   VEL_CERT_HAVE_CERT_ONLY = 2,
   VEL_CERT_HAVE_KEYPAIR_ONLY = 3,
   VEL_CERT_HAVE_CERT_AND_KEYPAIR = 4,
 } VEL_CERT_KEY_STATUS;
 
-typedef enum {
+typedef enum : int {
   VEL_CERT_FILTER_ISSUER_DN = 0,
   VEL_CERT_FILTER_SUBJECT_SN = 1,
   VEL_CERT_FILTER_SUBJECT_DN = 2,
@@ -74,13 +75,13 @@ typedef enum {
   VEL_CERT_FILTER_UNKNOWN = 65535,
 } VEL_CERT_FILTER_TYPE;
 
-typedef enum {
+typedef enum : int {
   VEL_PIN_CODE_TYPE_UNKNOWN = 0,
   VEL_PIN_CODE_TYPE_ADMIN = 1,
   VEL_PIN_CODE_TYPE_USER = 2,
 } VEL_PIN_CODE_TYPE;
 
-typedef enum {
+typedef enum : int {
   VEL_PIN_CODE_OPER_TYPE_UNKNOWN = 0,
   VEL_PIN_CODE_OPER_TYPE_LOGIN = 1,
   VEL_PIN_CODE_OPER_TYPE_LOGOUT = 2,
@@ -88,7 +89,7 @@ typedef enum {
   VEL_PIN_CODE_OPER_TYPE_GET_PIN_INFO = 4,
 } VEL_PIN_CODE_OPER_TYPE;
 
-typedef enum {
+typedef enum : int {
   VEL_DEVICE_MANAGER_ACTION_UNKNOWN = 0,
   VEL_DEVICE_MANAGER_ACTION_P1SIGN = 1,
   VEL_DEVICE_MANAGER_ACTION_P7_ATTACH_SIGN = 2,
@@ -101,7 +102,7 @@ typedef enum {
   VEL_DEVICE_MANAGER_ACTION_P7_ENVELOPE = 9,
 } VEL_DEVICE_MANAGER_ACTION_TYPE;
 
-typedef enum {
+typedef enum : int {
   VEL_CRYPTO_OPER_TYPE_UNKNOWN = 0,
   VEL_CRYPTO_OPER_TYPE_ENCRYPT = 1,
   VEL_CRYPTO_OPER_TYPE_DECRYPT = 2,
@@ -109,21 +110,21 @@ typedef enum {
   VEL_CRYPTO_OPER_TYPE_VERSIGN = 4,
 } VEL_CRYPTO_OPER_TYPE;
 
-typedef enum {
+typedef enum : int {
   VEL_SYMM_ENCRYPTO_MODE_UNKNOWN = 0,
   VEL_SYMM_ENCRYPTO_MODE_HARD = 1,
   VEL_SYMM_ENCRYPTO_MODE_HARD_AND_SOFT = 2,
   VEL_SYMM_ENCRYPTO_MODE_SOFT = 3,
 } VEL_SYMM_ENCRYPTO_MODE;
 
-typedef enum {
+typedef enum : int {
   VEL_KEY_CHANGE_INFO_TYPE_UNKNOWN = 0,
   VEL_KEY_CHANGE_INFO_TYPE_KEY_ARRIVAL = 1,
   VEL_KEY_CHANGE_INFO_TYPE_KEY_REMOVE = 2,
   VEL_KEY_CHANGE_INFO_TYPE_CERT = 3,
 } VEL_KEY_CHANGE_INFO_TYPE;
 
-typedef enum {
+typedef enum : int {
   VEL_SYMM_ENCRYPT_ALG_UNKNOWN = 0,
   VEL_SYMM_ENCRYPT_ALG_RC2_ECB,
   VEL_SYMM_ENCRYPT_ALG_RC2_CBC,

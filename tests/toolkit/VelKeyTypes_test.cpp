@@ -184,6 +184,7 @@ TEST(CertInfo, StartsEmpty) {
 }
 
 tag_VEL_CERT_INFO FilledCert() {
+  static int certificate, device;
   tag_VEL_CERT_INFO cert;
   std::wstring value = L"a";
   for (const auto text : TEXTS) {
@@ -199,8 +200,8 @@ tag_VEL_CERT_INFO FilledCert() {
   cert.KeySpec = VEL_KEY_SPEC_EXCHANGE;
   cert.KeyUsage = 0x8000000000000001;
   cert.CryptoInterfaceType = VEL_CRYPTO_INTERFACE_TYPE_P11;
-  cert.CertificateHandle = &cert;
-  cert.DeviceHandle = &value;
+  cert.CertificateHandle = &certificate;
+  cert.DeviceHandle = &device;
   return cert;
 }
 
