@@ -6,7 +6,7 @@
 template <typename Interface>
 class Counted : public Interface {
  public:
-  explicit Counted(unsigned long first) : m_references(first) { ++Fake().liveObjects; }
+  explicit Counted(unsigned long first) : m_references(first) { Fake().Count(1); }
   Counted(const Counted&) = delete;
   Counted& operator=(const Counted&) = delete;
 
@@ -19,7 +19,7 @@ class Counted : public Interface {
   }
 
  protected:
-  virtual ~Counted() { --Fake().liveObjects; }
+  virtual ~Counted() { Fake().Count(-1); }
 
  private:
   unsigned long m_references;

@@ -14,7 +14,7 @@ template <typename Object>
 Object* Made(const char* factory) {
   Fake().Record(factory);
   Object* const object = new Object(kFirstReferences);
-  if (kFirstReferences != 0) Fake().lost.push_back(object);
+  if (kFirstReferences != 0) KeepLostObject(object);
   return object;
 }
 

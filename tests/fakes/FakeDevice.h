@@ -1,6 +1,7 @@
 #pragma once
 // What the fake device library answers and what it was asked. It lives in a library of its own, so
-// that it outlasts the loading and unloading of libVELCrypto64.so. One thread at a time.
+// that it outlasts the loading and unloading of libVELCrypto64.so. One thread at a time, or several
+// while nothing is recorded and the script stays as it is.
 #include <functional>
 #include <map>
 #include <optional>
@@ -48,12 +49,13 @@ struct FakeDevice {
   std::vector<std::string> calls;  // in order, as "Operation(argument, ...)"
   const void* loader = nullptr;    // the factory that IVELDeviceManager::Initialize was given
   int liveObjects = 0;
-  std::vector<const void*> lost;  // objects that no release will destroy
   int loads = 0;
   int unloads = 0;
 
   // The calls since the last time, which are forgotten.
   std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
+
+  void Count(int objects) { __atomic_add_fetch(&liveObjects, objects, __ATOMIC_RELAXED); }
 
   template <typename... Args>
   void Record(const char* operation, const Args&... args) {
@@ -74,6 +76,9 @@ struct FakeDevice {
     return code;
   }
 };
+
+// Keeps objects that no release will destroy from being taken for leaks.
+__attribute__((visibility("default"))) void KeepLostObject(const void* object);
 
 // The one of the process; assign FakeDevice() to start afresh.
 __attribute__((visibility("default"))) FakeDevice& Fake();

@@ -9,6 +9,12 @@
 
 namespace {
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+const bool kSanitized = true;
+#else
+const bool kSanitized = false;
+#endif
+
 using BadInput = Host;
 
 TEST_F(BadInput, KeyListsOfAllSortsGiveNullOrASession) {
@@ -77,7 +83,7 @@ TEST_F(BadInput, OverlongPinsReachTheDeviceAndNothingElse) {
 }
 
 TEST_F(BadInput, LargeDataIsSignedWhole) {
-  const std::string data(8 << 20, 'x');
+  const std::string data(1 << 20, 'x');
   Fake().recording = false;
   EXPECT_EQ(VCTK_P1Sign(m_handle, data.c_str(), 0), 0);
   EXPECT_EQ(VCTK_P1SignWithPin(m_handle, "A1", "1", data.c_str(), 1), 0);
@@ -121,10 +127,11 @@ TEST_F(BadInput, AThousandSessionsKeepMemoryAndDescriptorsLevel) {
   const long resident = ResidentKilobytes();
   for (int i = 0; i < 1000; ++i) OneSession();
   EXPECT_EQ(OpenFiles(), files);
-  EXPECT_LT(mallinfo2().uordblks, bytes + 64 * 1024);
-  EXPECT_LT(ResidentKilobytes(), resident + 4096);
   Fake().recording = true;
   m_handle = VCTK_Initialize(kHostKeyList);
+  if (kSanitized) return;  // freed memory is kept back for a while, and leaks are told at exit
+  EXPECT_LT(mallinfo2().uordblks, bytes + 64 * 1024);
+  EXPECT_LT(ResidentKilobytes(), resident + 4096);
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ class KeyPatches : public testing::Test {
     EXPECT_TRUE(toolkit.Initialize(xml));
     std::vector<DWORD> versions;
     for (int i = 0; i < toolkit.m_KeyInfoList.GetCount(); ++i) {
-      versions.push_back(toolkit.m_KeyInfoList.GetItem(i).LibVersion);
+      versions.push_back(DWORD(toolkit.m_KeyInfoList.GetItem(i).LibVersion));
     }
     toolkit.Finalize();
     return versions;

@@ -7,3 +7,8 @@
 std::string LogOnceItHas(const std::string& text, size_t from = 0);
 
 std::string LogContent();
+
+// Whether the log has a line of that level, from a place that the expression matches and with
+// exactly that message.
+bool HasLogLine(const std::string& log, const std::string& level, const std::string& place,
+                const std::string& message);

@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <functional>
-#include <regex>
 
 #include "Host.h"
 #include "LogFile.h"
@@ -42,11 +41,7 @@ class SessionLog : public testing::Test {
 
   static bool HasLine(const std::string& log, const std::string& place,
                       const std::string& message) {
-    const std::regex line(
-        "\\[ERROR\\] \\[P\\d{4,}\\] \\[T-?\\d{4,}\\] "
-        "\\[\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d:\\d{3,6}\\] \\[" +
-        place + "\\(\\d+\\)\\]: " + message + "\r\n\r\n");
-    return std::regex_search(log, line);
+    return HasLogLine(log, "ERROR", place, message);
   }
 };
 
@@ -55,7 +50,7 @@ const char kPlace[] = "DllExport-VCTK_GetLastErrorMessage";
 TEST_F(SessionLog, AMessageForNoHandleIsLogged) {
   const std::string log = LogOf([] { VCTK_GetLastErrorMessage(nullptr, nullptr, nullptr); },
                                 "VCTK_GetLastErrorMessage [-1]");
-  EXPECT_TRUE(HasLine(log, kPlace, "VCTK_GetLastErrorMessage \\[-1\\]")) << log;
+  EXPECT_TRUE(HasLine(log, kPlace, "VCTK_GetLastErrorMessage [-1]")) << log;
 }
 
 TEST_F(SessionLog, ASuccessIsLoggedAsAnErrorAllTheSame) {
@@ -67,8 +62,8 @@ TEST_F(SessionLog, ASuccessIsLoggedAsAnErrorAllTheSame) {
         VCTK_Finalize(handle);
       },
       "VCTK_GetLastErrorMessage [0]");
-  EXPECT_TRUE(HasLine(log, "[^\\]]*", "获取错误信息描述")) << log;
-  EXPECT_TRUE(HasLine(log, kPlace, "VCTK_GetLastErrorMessage \\[0\\]")) << log;
+  EXPECT_TRUE(HasLine(log, "[^]]*", "获取错误信息描述")) << log;
+  EXPECT_TRUE(HasLine(log, kPlace, "VCTK_GetLastErrorMessage [0]")) << log;
   EXPECT_LT(log.find("获取错误信息描述"), log.find("VCTK_GetLastErrorMessage [0]"));
 }
 
@@ -82,7 +77,7 @@ TEST_F(SessionLog, AShortBufferIsLoggedWithItsCode) {
         VCTK_Finalize(handle);
       },
       "错误码[0x4]");
-  EXPECT_TRUE(HasLine(log, kPlace, "错误码\\[0x4\\]")) << log;
+  EXPECT_TRUE(HasLine(log, kPlace, "错误码[0x4]")) << log;
 }
 
 TEST_F(SessionLog, NothingElseOfASessionIsLogged) {

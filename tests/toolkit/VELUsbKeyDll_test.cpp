@@ -42,6 +42,26 @@ TEST_F(Loader, IsEmptyAtFirst) {
   EXPECT_EQ(m_loader.m_CreateUsbKeyInstance_Container, nullptr);
 }
 
+TEST_F(Loader, FieldsLieInTheirOrder) {
+  const CVELUsbKey& l = m_loader;
+  const void* const fields[] = {&l.m_hDllInstance,
+                                &l.m_CreateUsbKeyInstance_DeviceSet,
+                                &l.m_CreateUsbKeyInstance_Certificate,
+                                &l.m_CreateUsbKeyInstance_AuxClass,
+                                &l.m_CreateUsbKeyInstance_CertUI,
+                                &l.m_CreateUsbKeyInstance_DeviceManager,
+                                &l.m_CreateUsbKeyInstance_CallQueue,
+                                &l.m_CreateUsbKeyInstance_SessionKey,
+                                &l.m_CreateUsbKeyInstance_TokenPrivileges,
+                                &l.m_CreateUsbKeyInstance_Device,
+                                &l.m_CreateUsbKeyInstance_Application,
+                                &l.m_CreateUsbKeyInstance_HashKey,
+                                &l.m_CreateUsbKeyInstance_Container};
+  const char* at = reinterpret_cast<const char*>(&m_loader);
+  for (const void* field : fields) EXPECT_EQ(field, at += sizeof(void*));
+  EXPECT_EQ(sizeof(CVELUsbKey), 14 * sizeof(void*));
+}
+
 TEST_F(Loader, EveryFactoryGivesNullBeforeALibraryIsOpen) {
   EXPECT_EQ(m_loader.CreateDeviceSetInstance(VEL_CRYPTO_INTERFACE_TYPE_SKF), nullptr);
   EXPECT_EQ(m_loader.CreateCertificateInstance(), nullptr);
