@@ -7,7 +7,6 @@
 #include <wctype.h>
 
 #include <climits>
-#include <cstdint>
 #include <cwchar>
 #include <new>
 
@@ -72,24 +71,6 @@ int Print(char* to, size_t room, const char* format, va_list args) {
 template <typename C>
 void Copy(C* to, const C* from, int n) {
   memmove(to, from, static_cast<size_t>(n) * sizeof(C));
-}
-
-template <typename Unit, typename C>
-bool IsAscii(const C* text, size_t length) {
-  Unit all = 0;
-  for (size_t i = 0; i < length; ++i) all |= static_cast<Unit>(text[i]);
-  return all < 0x80;
-}
-
-// Characters of a narrow text, bytes of a wide one, as the locale counts them; (size_t)-1 where it
-// cannot. ASCII is counted alike by all of them, and large texts are ASCII most of the time.
-size_t CountConverted(const char* text) {
-  const size_t length = strlen(text);
-  return IsAscii<unsigned char>(text, length) ? length : mbstowcs(nullptr, text, 0);
-}
-size_t CountConverted(const wchar_t* text) {
-  const size_t length = wcslen(text);
-  return IsAscii<uint32_t>(text, length) ? length : wcstombs(nullptr, text, 0);
 }
 
 // The shared empty text is set by every string that becomes empty, on any thread, to the values it
@@ -315,120 +296,3 @@ void CStringT<Self, C>::Swap(Self& other) {
 
 template class CStringT<CString, wchar_t>;
 template class CStringT<CStringA, char>;
-
-CString::CString(const wchar_t* text) {
-  const int length = SafeStrlen(text);
-  if (length > 0 && AllocText(length)) Copy(m_pchData, text, length);
-}
-
-CString& CString::operator=(const CString& other) {
-  Assign(other);
-  return *this;
-}
-
-CString& CString::operator=(CString&& other) noexcept {
-  Swap(other);
-  return *this;
-}
-
-CString& CString::operator=(const wchar_t* text) {
-  AssignCopy(SafeStrlen(text), text);
-  return *this;
-}
-
-// Counted by the locale, converted as UTF-8: where the two disagree the block still holds what was
-// counted, and the rest is cut.
-CString& CString::operator=(const char* text) {
-  const size_t count = text == nullptr ? 0 : CountConverted(text);
-  if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count), false)) {
-    Release();
-    return *this;
-  }
-  const int limit = static_cast<int>(count);
-  if (tchar_mbstowcsz(m_pchData, text, limit) <= 0) m_pchData[0] = 0;
-  m_pchData[limit] = 0;
-  ReleaseBuffer(-1);
-  return *this;
-}
-
-// The result counts the terminator if that was converted too; nothing is written behind it then.
-int CString::tchar_mbstowcsz(wchar_t* target, const char* source, int limit) {
-  const int result = MultiByteToWideChar(CP_ACP, 0, source, -1, target, limit + 1);
-  if (result > 0 && result <= limit) target[result] = 0;
-  return result;
-}
-
-BOOL CString::Format(const wchar_t* format, ...) try {
-  if (format == nullptr) return FALSE;
-  std::wstring converted(format);
-  my_replace(converted, L"%s", L"%ls");
-  va_list args;
-  va_start(args, format);
-  const BOOL done = FormatV(converted.c_str(), args);
-  va_end(args);
-  return done;
-} catch (const std::bad_alloc&) {
-  return FALSE;
-}
-
-CStringA::CStringA(const char* text) {
-  const int length = SafeStrlen(text);
-  if (length > 0 && AllocText(length)) Copy(m_pchData, text, length);
-}
-
-CStringA& CStringA::operator=(const CStringA& other) {
-  Assign(other);
-  return *this;
-}
-
-CStringA& CStringA::operator=(CStringA&& other) noexcept {
-  Swap(other);
-  return *this;
-}
-
-CStringA& CStringA::operator=(const char* text) {
-  AssignCopy(SafeStrlen(text), text);
-  return *this;
-}
-
-CStringA& CStringA::operator=(const wchar_t* text) {
-  const size_t count = text == nullptr ? 0 : CountConverted(text);
-  if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count), false)) {
-    Release();
-    return *this;
-  }
-  const int limit = static_cast<int>(count);
-  if (char_wcstombsz(m_pchData, text, limit) <= 0) m_pchData[0] = 0;
-  m_pchData[limit] = 0;
-  ReleaseBuffer(-1);
-  return *this;
-}
-
-int CStringA::char_wcstombsz(char* target, const wchar_t* source, int limit) {
-  const int result = WideCharToMultiByte(CP_ACP, 0, source, -1, target, limit, nullptr, nullptr);
-  if (result > 0 && result <= limit) target[result] = 0;
-  return result;
-}
-
-BOOL CStringA::Format(const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const BOOL done = FormatV(format, args);
-  va_end(args);
-  return done;
-}
-
-int my_replace(std::wstring& text, const std::wstring& from, const std::wstring& to) {
-  if (from.empty()) return 0;
-  const bool endless = to.find(from) != std::wstring::npos;
-  // What stands before a match holds no other, so a search from the start finds nothing earlier
-  // than one that begins in it.
-  for (size_t at = text.find(from); at != std::wstring::npos; at = text.find(from, at)) {
-    text.replace(at, from.size(), to);
-    if (endless)
-      at += to.size();
-    else
-      at -= at < from.size() ? at : from.size() - 1;
-  }
-  return 0;
-}
