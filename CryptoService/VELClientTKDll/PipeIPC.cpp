@@ -160,8 +160,12 @@ SOCKET CPipeIPC::ConnectServer(bool withTimeout, USHORT port, ULONG ip) {
     close(connected);
     return -1;
   }
-  if (IsServerObject(m_OwnerInfo.ObjID) && !StartReceiver(connected)) return -1;
-  __atomic_store_n(&m_bConnectState, 1, __ATOMIC_RELAXED);
+  // Before the receiver starts: its callbacks may disconnect, or destroy the endpoint.
+  const BOOL before = __atomic_exchange_n(&m_bConnectState, 1, __ATOMIC_RELAXED);
+  if (IsServerObject(m_OwnerInfo.ObjID) && !StartReceiver(connected)) {
+    __atomic_store_n(&m_bConnectState, before, __ATOMIC_RELAXED);
+    return -1;
+  }
   return connected;
 }
 

@@ -84,7 +84,7 @@ void CPipeIPC::CloseConnection(unsigned long connection) {
 void CPipeIPC::DisConnect() {
   __atomic_store_n(&m_bStopRecv, 1, __ATOMIC_RELAXED);
   __atomic_store_n(&m_bConnectState, 0, __ATOMIC_RELAXED);
-  m_bClientInit = 0;
+  __atomic_store_n(&m_bClientInit, 0, __ATOMIC_RELAXED);
   EndConnection();
   const MutexHold hold(m_socketServerLock);
   if (m_socketServer == -1) return;  // unless it was set from outside
