@@ -170,8 +170,8 @@ void CDebugLogMgr::AfterForkInParent() {
   g_manager->m_csWriter.LeaveVELCritical();
 }
 
-// The parent's writer may have been anywhere in the file object, so the child takes a new one and
-// lets the old one's few bytes go.
+// The parent's writer may have been anywhere in the file object. What it held for the line that it
+// wrote, a name and a descriptor, is let go, not freed.
 void CDebugLogMgr::AfterForkInChild() {
   if (g_manager == nullptr) return;
   CDebugLogMgr& log = *g_manager;
@@ -179,7 +179,8 @@ void CDebugLogMgr::AfterForkInChild() {
   log.m_csLogCache.LeaveVELCritical();
   log.m_csWriter.LeaveVELCritical();
   log.DiscardLines();
-  new (&log.m_logFile) CVelFile;
+  log.m_logFile.m_hFile = nullptr;
+  new (&log.m_logFile.m_strFileName) CString;
   sem_init(&log.m_sem, 0, 0);
   log.m_thread = 0;
   log.m_writerId = 0;

@@ -55,13 +55,14 @@ std::vector<std::string> AwaitLines(const std::string& path, size_t count) {
 int RunHost(const std::function<void()>& body) {
   const pid_t child = fork();
   if (child == 0) {
+    setpgid(0, 0);  // its children end with it
     body();
     exit(0);
   }
   int status = 0;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (waitpid(child, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > end) kill(child, SIGKILL);
+    if (std::chrono::steady_clock::now() > end) kill(-child, SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);

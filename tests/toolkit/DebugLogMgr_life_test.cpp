@@ -20,6 +20,12 @@
 #include "DebugLogMgr.h"
 #include "LogHost.h"
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SANITIZED 1
+#else
+#define SANITIZED 0
+#endif
+
 namespace {
 bool g_sleeps = false;
 }
@@ -157,8 +163,9 @@ TEST_F(LogLife, EveryThreadsLinesAreWholeAndInOrder) {
               }
               for (std::thread& logger : loggers) logger.join();
               Eventually([] {
-                const CDebugLogMgr& log = *CDebugLogMgr::GetInstance();
-                return __atomic_load_n(&log.m_logCacheHead, __ATOMIC_RELAXED) == nullptr;
+                CDebugLogMgr& log = *CDebugLogMgr::GetInstance();
+                const CVELCriticalGuard guard(log.m_csLogCache);
+                return log.m_logCacheHead == nullptr;
               });
             }),
             0);
@@ -296,6 +303,9 @@ TEST_F(LogLife, HostsSignalsAreNotDeliveredToTheWriter) {
 }
 
 TEST_F(LogLife, ForkedChildHasAWriterOfItsOwn) {
+#if SANITIZED
+  GTEST_SKIP() << "the sanitizers do not survive a fork among threads";
+#endif
   EXPECT_EQ(RunHost([] {
               std::atomic<bool> done(false);
               CDebugLogMgr::GetInstance()->SetTruncate(0, 0);
@@ -326,6 +336,10 @@ TEST_F(LogLife, ForkedChildHasAWriterOfItsOwn) {
 }
 
 TEST_F(LogLife, ForkedChildThatDoesNotLogEndsAtOnce) {
+#if SANITIZED
+  GTEST_SKIP() << "the sanitizers do not survive a fork among threads";
+#endif
+  g_sleeps = true;
   EXPECT_EQ(RunHost([] {
               INFO(L"parent");
               AwaitMessages(1);
@@ -335,10 +349,19 @@ TEST_F(LogLife, ForkedChildThatDoesNotLogEndsAtOnce) {
             0);
 }
 
+// With the thread that the thread sanitizer adds to the first one.
+int ThreadsOfNow() {
+  std::thread([] {}).join();
+  int count = ThreadCount();
+  Eventually([&] { return (count = ThreadCount()) <= 1 + SANITIZED; });
+  return count;
+}
+
 // The module holds the log behind one function, as the toolkit does, and is built without the
 // second that the end waits: what is left is what really waits for the writer.
 TEST_F(LogLife, HundredLoadsAndUnloadsLeaveNoThread) {
   EXPECT_EQ(RunHost([] {
+              const int threads = ThreadsOfNow();
               for (int cycle = 0; cycle < 100; ++cycle) {
                 void* const module = dlopen(LOG_MODULE, RTLD_NOW | RTLD_LOCAL);
                 if (module == nullptr) _exit(2);
@@ -348,7 +371,7 @@ TEST_F(LogLife, HundredLoadsAndUnloadsLeaveNoThread) {
                 other.join();
                 dlclose(module);
                 if (dlopen(LOG_MODULE, RTLD_NOW | RTLD_NOLOAD) != nullptr) _exit(3);
-                if (ThreadCount() != 1) _exit(4);
+                if (ThreadCount() > threads) _exit(4);
               }
               _exit(0);
             }),
@@ -358,11 +381,12 @@ TEST_F(LogLife, HundredLoadsAndUnloadsLeaveNoThread) {
 TEST_F(LogLife, UnloadingWithABlockedWriterLeavesNoThread) {
   ASSERT_EQ(mkfifo(kLog, 0600), 0);
   EXPECT_EQ(RunHost([] {
+              const int threads = ThreadsOfNow();
               void* const module = dlopen(LOG_MODULE, RTLD_NOW | RTLD_LOCAL);
               if (module == nullptr) _exit(2);
               reinterpret_cast<void (*)(int)>(dlsym(module, "LogModuleSay"))(2000);
               dlclose(module);
-              _exit(ThreadCount() == 1 ? 0 : 4);
+              _exit(ThreadCount() <= threads ? 0 : 4);
             }),
             0);
 }

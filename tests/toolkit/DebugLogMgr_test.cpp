@@ -86,10 +86,12 @@ class DebugLogMgr : public testing::Test {
     if (m_log == nullptr) m_log = std::make_unique<CDebugLogMgr>();
     return *m_log;
   }
+  // Once every line has been taken by the writer.
   void EndLog() {
     Eventually([this] {
-      return m_log == nullptr ||
-             __atomic_load_n(&m_log->m_logCacheHead, __ATOMIC_RELAXED) == nullptr;
+      if (m_log == nullptr) return true;
+      const CVELCriticalGuard guard(m_log->m_csLogCache);
+      return m_log->m_logCacheHead == nullptr;
     });
     m_log.reset();
   }
