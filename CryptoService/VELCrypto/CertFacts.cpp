@@ -87,11 +87,9 @@ bool ReadDer(X509* certificate, std::vector<BYTE>* der) {
 }
 
 std::string Fingerprint(const std::vector<BYTE>& der) {
-  // Looking an algorithm up costs more than digesting a certificate; kept for the process.
-  static EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
   BYTE hash[EVP_MAX_MD_SIZE];
   unsigned size = 0;
-  if (EVP_Digest(der.data(), der.size(), hash, &size, sha256, nullptr) != 1) return {};
+  if (EVP_Digest(der.data(), der.size(), hash, &size, EVP_sha256(), nullptr) != 1) return {};
   return Hex(hash, size);
 }
 
@@ -118,8 +116,10 @@ CertFactsPtr FactsOf(X509* certificate) {
   record.SerialNumber = Wide(SerialOf(certificate)).c_str();
   record.Version = std::to_wstring(X509_get_version(certificate) + 1).c_str();
   record.AsymmAlg = AlgorithmOf(X509_get0_pubkey(certificate));
-  facts->hasKeyUsage = ReadKeyUsage(certificate, &record.KeyUsage);
-  record.KeySpec = KeySpecOf(facts->hasKeyUsage, record.KeyUsage);
+  DWORD keyUsage = 0;  // the record's own may lie at an odd address
+  facts->hasKeyUsage = ReadKeyUsage(certificate, &keyUsage);
+  record.KeyUsage = keyUsage;
+  record.KeySpec = KeySpecOf(facts->hasKeyUsage, keyUsage);
   facts->emails = EmailsOf(certificate);
   if (!facts->emails.empty()) record.SubjectEmail = facts->emails.front().c_str();
   return facts;

@@ -1,8 +1,6 @@
 #pragma once
 // Reference counting for the objects that the library hands out, and the frame of their
 // operations: no exception leaves the library.
-#include <openssl/err.h>
-
 #include <atomic>
 #include <new>
 
@@ -42,21 +40,18 @@ class Object : public Interface {
 // The native code of the calling thread's last failed operation.
 unsigned long& LastNativeCode();
 
-// Runs `work`, which returns an Outcome; whatever goes wrong in it becomes one. The thread's
-// OpenSSL error queue is empty before and after.
+// Runs `work`, which returns an Outcome; whatever goes wrong in it becomes one.
 template <typename Work>
 Outcome Contained(Work&& work) noexcept {
   Outcome outcome;
-  StartOpenSsl();
-  ERR_clear_error();
   try {
+    const OpenSslScope scope;
     outcome = work();
   } catch (const std::bad_alloc&) {
     outcome.code = kOutOfMemory;
   } catch (...) {
     outcome.code = kFailed;
   }
-  ERR_clear_error();
   if (!outcome.ok()) LastNativeCode() = outcome.native;
   return outcome;
 }

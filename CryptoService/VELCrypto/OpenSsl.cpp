@@ -1,16 +1,21 @@
 #include "OpenSsl.h"
 
-#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/pkcs12err.h>
 
 #include <climits>
 
+#include "Process.h"
+
 namespace velcrypto {
 
-void StartOpenSsl() {
-  // Threads of the host may still sign while the process ends.
-  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+OpenSslScope::OpenSslScope() : m_hosts(OSSL_LIB_CTX_set0_default(Process::Current().openSsl)) {
+  ERR_clear_error();
+}
+
+OpenSslScope::~OpenSslScope() {
+  ERR_clear_error();
+  OSSL_LIB_CTX_set0_default(m_hosts);
 }
 
 Outcome OpenSslOutcome(Code fallback, const char* what) {

@@ -32,9 +32,21 @@ using DigestContextPtr = Owned<EVP_MD_CTX, EVP_MD_CTX_free>;
 using Pkcs12Ptr = Owned<PKCS12, PKCS12_free>;
 using Pkcs8Ptr = Owned<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
 
-// Prepares libcrypto for a library that must not run anything at exit. Cheap; call it before the
-// first use on every way in.
-void StartOpenSsl();
+// Makes OpenSSL work in the process's own library context on this thread, whatever the host does
+// with OpenSSL. The thread's error queue is empty at both ends.
+//
+// A forked child gets a fresh context with it: the locks of an inherited one may be held for ever
+// by threads that the fork left behind.
+class OpenSslScope {
+ public:
+  OpenSslScope();
+  ~OpenSslScope();
+  OpenSslScope(const OpenSslScope&) = delete;
+  OpenSslScope& operator=(const OpenSslScope&) = delete;
+
+ private:
+  OSSL_LIB_CTX* const m_hosts;
+};
 
 // The oldest queued error of this thread as an outcome with `what` as the remark, and the queue
 // emptied. `fallback` is the code for reasons that have no counterpart.

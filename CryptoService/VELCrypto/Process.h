@@ -1,6 +1,8 @@
 #pragma once
 // What all objects of the library share in one process. A forked child starts with an empty one
 // and never touches its parent's: locks that were held, logins and sessions stay behind.
+#include <openssl/crypto.h>
+
 #include <atomic>
 #include <map>
 #include <memory>
@@ -19,6 +21,8 @@ struct Process {
   std::map<std::pair<VEL_CRYPTO_INTERFACE_TYPE, std::string>, std::unique_ptr<Backend>> backends;
   CallRecord calls;
   std::atomic<long> objects{0};  // handed out and not yet released
+
+  OSSL_LIB_CTX* openSsl = nullptr;  // the library context of all operations
 
   pid_t pid = 0;
   Process* parent = nullptr;  // kept reachable, never used

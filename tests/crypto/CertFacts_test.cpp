@@ -157,7 +157,7 @@ TEST(CertFacts, KeyUsageBit0IsDigitalSignature) {
     request.keyUsage = item.first;
     const auto facts = FactsFor(request);
     EXPECT_TRUE(facts->hasKeyUsage);
-    EXPECT_EQ(facts->record.KeyUsage, item.second) << item.first;
+    EXPECT_EQ(DWORD{facts->record.KeyUsage}, item.second) << item.first;
   }
   request.keyUsage.clear();
   EXPECT_FALSE(FactsFor(request)->hasKeyUsage);

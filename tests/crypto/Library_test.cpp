@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <thread>
 
 namespace {
@@ -190,16 +189,15 @@ TEST(LibrarySources, IncludeNothingOfTheToolkitButTheContract) {
   const std::filesystem::path services = SERVICES_FOLDER;
   std::vector<std::string> contract = {"SmartBuffer.h", "SmartList.h",   "SmartObject.h",
                                        "VelString.h",   "VelKeyTypes.h", "VELUsbKeyDll.h"};
-  const std::regex include("^\\s*#\\s*include\\s*\"([^\"]+)\"");
+  const std::string include = "#include \"";
   size_t files = 0;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(services / "VELCrypto")) {
     if (entry.path().extension() != ".cpp" && entry.path().extension() != ".h") continue;
     ++files;
     std::ifstream source(entry.path());
     for (std::string line; std::getline(source, line);) {
-      std::smatch match;
-      if (!std::regex_search(line, match, include)) continue;
-      const std::string name = match[1];
+      if (line.rfind(include, 0) != 0) continue;
+      const std::string name = line.substr(include.size(), line.rfind('"') - include.size());
       const bool own = std::filesystem::exists(entry.path().parent_path() / name) ||
                        std::filesystem::exists(services / "VELCrypto" / name) ||
                        name == "VELInterface.h";
