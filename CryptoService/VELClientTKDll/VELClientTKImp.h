@@ -78,7 +78,7 @@ class CVELClientTKImp {
 
   // --- PKCS#1 and PIN (VELClientTKImpPkcs1.cpp) ---
   BOOL P1Sign(LPCSTR lpszValue, BOOL bIsBase64);
-  ULONG P1SignEx(const CString& strValue, BOOL bIsBase64, CString& strSignature);
+  ULONG P1SignEx(CString strValue, BOOL bIsBase64, CString& strSignature);
   BOOL GetP1SignResult(LPSTR pResult, INT* pResultLen);
   BOOL P1SignWithPin(LPCSTR lpszSN, LPCSTR lpszPIN, LPCSTR lpszOrg, BOOL bIsBase64);
   ULONG P1SignExWithPin(const CString& strSN, const CString& strPIN, const CString& strOrg,
@@ -91,11 +91,11 @@ class CVELClientTKImp {
 
   // --- PKCS#7 (VELClientTKImpPkcs7.cpp) ---
   BOOL P7Sign(LPCSTR lpszValue, BOOL bIsBase64, BOOL bIsDetach, BOOL bIncludeCert);
-  ULONG P7SignEx(const CString& strValue, BOOL bIsBase64, BOOL bIsDetach, BOOL bIncludeCert,
+  ULONG P7SignEx(CString strValue, BOOL bIsBase64, BOOL bIsDetach, BOOL bIncludeCert,
                  CString& strResult);
   ULONG P7SignForManager(LPCSTR lpszValue, BOOL bIsBase64, BOOL bIsDetach, BOOL bIncludeCert);
-  ULONG P7SignForManagerEx(const CString& strValue, BOOL bIsBase64, BOOL bIsDetach,
-                           BOOL bIncludeCert, CString& strResult);
+  ULONG P7SignForManagerEx(CString strValue, BOOL bIsBase64, BOOL bIsDetach, BOOL bIncludeCert,
+                           CString& strResult);
   BOOL GetP7SignResult(LPSTR pResult, INT* pResultLen);
   BOOL P7SignFromP1(LPCSTR lpszValue, BOOL bIsBase64, BOOL bIsDetach);
   BOOL GetP7SignFromP1Result(LPSTR pResult, INT* pResultLen);

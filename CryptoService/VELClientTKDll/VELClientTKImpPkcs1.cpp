@@ -3,8 +3,8 @@
 #include <wchar.h>
 
 #include <string>
+#include <utility>
 
-#include "base64.h"
 #include "DeviceErrorCodes.h"
 #include "PinText.h"
 #include "SignContent.h"
@@ -77,11 +77,10 @@ class PinSession {
     const ULONG code = m_manager.P1Sign(&cert, algorithms.digest, content.GetBytes(),
                                         content.GetSize(), &signature);
     if (code == 0) {
-      CBase64 encoder;
-      const wchar_t* const text =
-          encoder.Encode(signature.GetAddress(), signature.GetSize(), 0, 64);
-      json.Format(kSuccessJson, 0, OrEmpty(text), OrEmpty(cert.CertBase64), algorithms.digestName,
-                  algorithms.keyName);
+      CString text;
+      if (!EncodeText(signature.GetAddress(), signature.GetSize(), text)) return kErrorNoMemory;
+      json.Format(kSuccessJson, 0, text.GetBuffer(), OrEmpty(cert.CertBase64),
+                  algorithms.digestName, algorithms.keyName);
       return 0;
     }
     // Only the keys that sign with SM3 tell how many tries are left; hosts rely on -1 for RSA.
@@ -117,10 +116,10 @@ BOOL CVELClientTKImp::P1Sign(LPCSTR lpszValue, BOOL bIsBase64) {
 
 // strSignature is written on success only: hosts go on reading the earlier signature after a
 // failure.
-ULONG CVELClientTKImp::P1SignEx(const CString& strValue, BOOL bIsBase64, CString& strSignature) {
+ULONG CVELClientTKImp::P1SignEx(CString strValue, BOOL bIsBase64, CString& strSignature) {
   if (m_pVelUsbKey == nullptr || strValue.IsEmpty()) return kErrorInvalidHandle;
   CSignContent content;
-  ULONG code = content.Take(strValue, bIsBase64);
+  ULONG code = content.Take(std::move(strValue), bIsBase64);
   if (code != 0) return code;
   DeviceManager manager;
   CertDialog dialog;
@@ -149,9 +148,8 @@ ULONG CVELClientTKImp::FinishSignature(ULONG code, DeviceManager& manager, CSmar
     return code;
   }
   if (signature.GetSize() == 0) return kErrorGeneral;
-  CBase64 encoder;
-  strResult = encoder.Encode(signature.GetAddress(), signature.GetSize(), 0, 64);
-  return 0;
+  const BOOL encoded = EncodeText(signature.GetAddress(), signature.GetSize(), strResult);
+  return encoded ? 0 : ULONG(kErrorNoMemory);
 }
 
 BOOL CVELClientTKImp::GetP1SignResult(LPSTR pResult, INT* pResultLen) {
@@ -181,7 +179,7 @@ ULONG CVELClientTKImp::SignWithPin(const CString& strSN, const CString& strPIN,
                                    const CString& strOrg, BOOL bIsBase64, CString& strJson) {
   if (m_pVelUsbKey == nullptr || strSN.IsEmpty() || strOrg.IsEmpty()) return kErrorInvalidHandle;
   CSignContent content;
-  ULONG code = content.Take(strOrg, bIsBase64);
+  ULONG code = content.Take(CString(strOrg), bIsBase64);
   if (code != 0) return code;
   DeviceManager manager;
   code = PrepareDeviceManager(manager);

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "base64.h"
 #include "DeviceErrorCodes.h"
@@ -30,9 +31,7 @@ bool Assemble(IVELKeyAuxClass& aux, tag_VEL_P1_TO_P7_PARAM& parameters, CString&
   const std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[room]());
   if (buffer == nullptr) return false;
   if (aux.AssembleP1DataToP7Data(&parameters, buffer.get(), &size) != 0) return false;
-  CBase64 encoder;
-  base64 = encoder.Encode(buffer.get(), size < room ? size : room, 0, 64);
-  return true;
+  return EncodeText(buffer.get(), size < room ? size : room, base64);
 }
 
 }  // namespace
@@ -43,11 +42,11 @@ BOOL CVELClientTKImp::P7Sign(LPCSTR lpszValue, BOOL bIsBase64, BOOL bIsDetach, B
       P7SignEx(CString(lpszValue), bIsBase64, bIsDetach, bIncludeCert, m_P7SignResultBase64));
 }
 
-ULONG CVELClientTKImp::P7SignEx(const CString& strValue, BOOL bIsBase64, BOOL bIsDetach,
-                                BOOL bIncludeCert, CString& strResult) {
+ULONG CVELClientTKImp::P7SignEx(CString strValue, BOOL bIsBase64, BOOL bIsDetach, BOOL bIncludeCert,
+                                CString& strResult) {
   if (m_pVelUsbKey == nullptr || strValue.IsEmpty()) return kErrorInvalidHandle;
   CSignContent content;
-  ULONG code = content.Take(strValue, bIsBase64);
+  ULONG code = content.Take(std::move(strValue), bIsBase64);
   if (code != 0) return code;
   DeviceManager manager;
   CertDialog dialog;
@@ -78,11 +77,11 @@ ULONG CVELClientTKImp::P7SignForManager(LPCSTR lpszValue, BOOL bIsBase64, BOOL b
 
 // After a failure the device library keeps the PIN, and the object keeps it always: hosts sign
 // again without setting it anew.
-ULONG CVELClientTKImp::P7SignForManagerEx(const CString& strValue, BOOL bIsBase64, BOOL bIsDetach,
+ULONG CVELClientTKImp::P7SignForManagerEx(CString strValue, BOOL bIsBase64, BOOL bIsDetach,
                                           BOOL bIncludeCert, CString& strResult) {
   if (m_pVelUsbKey == nullptr || strValue.IsEmpty()) return kErrorInvalidHandle;
   CSignContent content;
-  ULONG code = content.Take(strValue, bIsBase64);
+  ULONG code = content.Take(std::move(strValue), bIsBase64);
   if (code != 0) return code;
   DeviceManager manager;
   code = PrepareDeviceManager(manager);

@@ -11,6 +11,7 @@
 #include <new>
 
 #include "FormatLength.h"
+#include "LargeBlock.h"
 
 namespace {
 
@@ -98,13 +99,13 @@ void CStringT<Self, C>::Init() {
   SetOnce(&nil->nAllocLength, 0);
 }
 
-// A block for n > 0 characters of which only the terminator is written.
 template <class Self, typename C>
 BOOL CStringT<Self, C>::AllocText(int n) {
   if (n < 0) return FALSE;
   const size_t size = sizeof(Data) + (static_cast<size_t>(n) + 1) * sizeof(C);
   char* const block = new (std::nothrow) char[size];
   if (block == nullptr) return FALSE;
+  AdviseLargeBlock(block, size);
   Data* const header = reinterpret_cast<Data*>(block);
   header->nRefs = 1;
   header->nDataLength = header->nAllocLength = n;

@@ -96,6 +96,7 @@ class CStringT {
   Data* GetData() const { return reinterpret_cast<Data*>(m_pchData) - 1; }
   void Init();
   BOOL AllocBuffer(int n);
+  BOOL AllocText(int n);  // for n > 0: writes the terminator alone, the caller the characters
   BOOL AssignCopy(int n, const C* text);
   BOOL ConcatCopy(int length1, const C* text1, int length2, const C* text2);
   BOOL ConcatInPlace(int n, const C* text);
@@ -116,7 +117,7 @@ class CStringT {
   ~CStringT() { Release(); }
   void Assign(const Self& other);
   void Swap(Self& other);
-  BOOL AllocText(int n);
+  BOOL RoomBeforeWrite(int n);
 };
 
 class CString : public CStringT<CString, wchar_t> {

@@ -29,6 +29,14 @@ size_t CountConverted(const wchar_t* text) {
   return IsAscii<uint32_t>(text, length) ? length : wcstombs(nullptr, text, 0);
 }
 
+// The length of the text that a conversion of a zero-terminated source wrote into room for `limit`
+// units and a terminator: `result` counts the terminator if that was converted, too.
+template <typename C>
+int TextWithin(const C* text, int result, int limit) {
+  if (result <= 0) return 0;
+  return result > limit || text[result - 1] == 0 ? result - 1 : result;
+}
+
 }  // namespace
 
 CString::CString(const wchar_t* text) {
@@ -59,9 +67,7 @@ CString& CString::operator=(const char* text) {
     return *this;
   }
   const int limit = static_cast<int>(count);
-  if (tchar_mbstowcsz(m_pchData, text, limit) <= 0) m_pchData[0] = 0;
-  m_pchData[limit] = 0;
-  ReleaseBuffer(-1);
+  ReleaseBuffer(TextWithin(m_pchData, tchar_mbstowcsz(m_pchData, text, limit), limit));
   return *this;
 }
 
@@ -111,9 +117,7 @@ CStringA& CStringA::operator=(const wchar_t* text) {
     return *this;
   }
   const int limit = static_cast<int>(count);
-  if (char_wcstombsz(m_pchData, text, limit) <= 0) m_pchData[0] = 0;
-  m_pchData[limit] = 0;
-  ReleaseBuffer(-1);
+  ReleaseBuffer(TextWithin(m_pchData, char_wcstombsz(m_pchData, text, limit), limit));
   return *this;
 }
 

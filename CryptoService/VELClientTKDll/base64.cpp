@@ -136,6 +136,11 @@ const wchar_t* CBase64::Encode(const void* pBuffer, unsigned long nBufferSize,
   return m_encoded.get();
 }
 
+void CBase64::EncodeInto(const void* pBuffer, size_t nBufferSize, wchar_t* pResult) {
+  if (nBufferSize == 0) return;
+  EncodeLines(static_cast<const unsigned char*>(pBuffer), nBufferSize, nBufferSize, true, pResult);
+}
+
 bool CBase64::DecodeInto(const wchar_t* pText, size_t nLength, unsigned char* pResult, size_t nRoom,
                          unsigned long* pnResultLen) {
   const wchar_t* const end = pText + nLength;

@@ -31,6 +31,10 @@ class CBase64 {
   static bool DecodeInto(const wchar_t* pText, size_t nLength, unsigned char* pResult, size_t nRoom,
                          unsigned long* pnResultLen);
 
+  // The encoder itself: one padded line of EncodedLength(nBufferSize) characters, no terminator.
+  static void EncodeInto(const void* pBuffer, size_t nBufferSize, wchar_t* pResult);
+  static constexpr size_t EncodedLength(size_t nBufferSize) { return (nBufferSize + 2) / 3 * 4; }
+
   static constexpr char s_chBase64EncodingTable[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
