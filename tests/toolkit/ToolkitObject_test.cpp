@@ -165,6 +165,10 @@ TEST_F(ToolkitObject, TheMessageSizeIncludesATerminator) {
   int length = 0;
   EXPECT_TRUE(m_toolkit.GetLastErrorMessage(nullptr, &length));
   EXPECT_EQ(length, 13);
+  m_toolkit.m_LastError = 0xE0000061;  // "证书未发现"
+  EXPECT_TRUE(m_toolkit.GetLastErrorMessage(nullptr, &length));
+  EXPECT_EQ(length, 16);
+  EXPECT_EQ(m_toolkit.m_LastError, 0xE0000061u);
 }
 
 }  // namespace
