@@ -44,6 +44,7 @@ class DeviceManager : public UnusedOperations {
     Listed listed;
     Backend* backend = nullptr;
     const Identity& identity() const { return *listed.identity; }
+    std::string device() const { return identity().device + "/" + identity().container; }
   };
   // What one signature is asked for, and what came of it.
   struct Request {

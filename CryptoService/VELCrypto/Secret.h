@@ -1,6 +1,6 @@
 #pragma once
 // A PIN: bytes in memory pages of their own that are never swapped, never part of a core dump, and
-// wiped before they go. There is no way to print one.
+// wiped before they go. There is no way to print one. In a forked child it is empty.
 #include <cstddef>
 
 #include "VELInterface.h"
@@ -18,7 +18,7 @@ class Secret {
   Secret& operator=(const Secret&) = delete;
   ~Secret() { Wipe(); }
 
-  bool empty() const { return m_size == 0; }
+  bool empty() const { return *c_str() == '\0'; }
   size_t size() const { return m_size; }  // bytes, without the terminator
   const char* c_str() const { return m_text == nullptr ? "" : m_text; }
 

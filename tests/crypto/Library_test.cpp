@@ -128,6 +128,19 @@ TEST_F(LibraryTest, AForkedChildStartsAfresh) {
   EXPECT_EQ(Sign(manager), 0u) << "and the parent's lives on";
 }
 
+TEST_F(LibraryTest, AGivenPinIsNotTheChilds) {
+  auto manager = ManagerOf(m_library, {KeyFamily(m_store.path())});
+  tag_VEL_CERT_INFO certificate = CertificatesOf(manager)[0];
+  std::wstring pin = L"12345678";
+  ASSERT_EQ(manager->SetPinCode(VEL_PIN_CODE_TYPE_USER, pin.data(), &certificate), 0u);
+  EXPECT_EQ(InChild([&] { return Sign(manager) == 0xE000005A ? 0 : 1; }), 0);
+  VEL_PIN_INFO info = {};
+  manager->KeyPinCodeHandleByCertSN(VEL_PIN_CODE_OPER_TYPE_GET_PIN_INFO, "01",
+                                    VEL_PIN_CODE_TYPE_USER, nullptr, nullptr, &info);
+  EXPECT_EQ(info.RemainRetryCount, 10) << "no try was spent on it";
+  EXPECT_EQ(Sign(manager), 0u);
+}
+
 TEST_F(LibraryTest, AForkWhileOtherThreadsWorkDoesNotHangTheChild) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer's own allocator hangs in such a child";
