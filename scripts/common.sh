@@ -26,6 +26,7 @@ build() {
   mkdir -p "$folder" 2>/dev/null || true
   [ -w "$folder" ] || die "$folder belongs to another user: remove it or clone anew"
   if [ ! -e "$folder/build.ninja" ]; then
+    echo "Building in build/$preset; this takes minutes the first time and seconds later."
     (cd "$root" && quietly "$folder/configure.log" cmake --preset "$preset")
   fi
   quietly "$folder/build.log" ninja -C "$folder" -j "$jobs" "$@"

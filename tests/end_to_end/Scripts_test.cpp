@@ -49,12 +49,12 @@ TEST_F(Scripts, DemoSignsTheFileThatIsNamed) {
   EXPECT_THAT(outcome.out, HasSubstr(file));
 }
 
-TEST_F(Scripts, DemoFailsOnATamperedSignatureOfEachKind) {
-  for (const char* kind :
-       {"/p1-rsa", "/p7-rsa", "/detached-rsa", "/p1-sm2", "/p7-sm2", "/detached-sm2"}) {
-    const Outcome outcome = Demo({}, kind);
-    EXPECT_NE(outcome.exitCode, 0) << kind;
-    EXPECT_EQ(outcome.out.find("All 6"), std::string::npos) << kind;
+TEST_F(Scripts, DemoFailsOnATamperedSignatureFirstOrLast) {
+  for (const char* signature : {"/p1-rsa", "/detached-sm2"}) {
+    const Outcome outcome = Demo({}, signature);
+    EXPECT_NE(outcome.exitCode, 0) << signature;
+    EXPECT_EQ(outcome.out.find("All 6"), std::string::npos) << signature;
+    EXPECT_THAT(outcome.err, HasSubstr("NOT verified")) << signature;
   }
 }
 

@@ -59,7 +59,8 @@ class Strings {
 
 std::vector<std::string> EnvironmentOf(const Invocation& invocation) {
   std::map<std::string, std::string> all;
-  for (const char* name : {"PATH", "ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+  for (const char* name :
+       {"PATH", "LD_LIBRARY_PATH", "ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"}) {
     if (const char* value = getenv(name)) all[name] = value;
   }
   for (const auto& [name, value] : invocation.environment) all[name] = value;

@@ -12,11 +12,12 @@ struct Outcome {
 
 struct Invocation {
   std::vector<std::string> command;  // the program's path or a name in PATH, and its arguments
-  std::map<std::string, std::string> environment;  // all of it, but for PATH and *SAN_OPTIONS
-  std::string input;                               // standard input, a pipe
-  std::string outPath;                             // a file that takes standard output, else caught
-  bool outBroken = false;                          // standard output is a pipe that nobody reads
-  std::string folder;                              // to run in; empty: this one
+  // All of it, but for PATH, LD_LIBRARY_PATH and the options of sanitizers.
+  std::map<std::string, std::string> environment;
+  std::string input;       // standard input, a pipe
+  std::string outPath;     // a file that takes standard output, else caught
+  bool outBroken = false;  // standard output is a pipe that nobody reads
+  std::string folder;      // to run in; empty: this one
 };
 
 // Throws std::runtime_error when the program cannot be started or runs for more than a minute.
