@@ -2,6 +2,7 @@
 #include "keystore/KeyStore.h"
 
 #include <gmock/gmock.h>
+#include <openssl/pkcs12.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/mount.h>
@@ -86,6 +87,30 @@ TEST_F(KeyStore, ATryOfAProcessThatDiesIsSpent) {
     raise(SIGKILL);
   });
   EXPECT_EQ(TriesLeft(), 8u);
+}
+
+// The file asks for so many rounds that the try cannot end before the process does.
+TEST_F(KeyStore, ATryIsSpentBeforeItIsMade) {
+  const Bytes good = keymaker::ReadFile(m_path);
+  const unsigned char* at = good.data();
+  PKCS12* const file = d2i_PKCS12(nullptr, &at, static_cast<long>(good.size()));
+  ASSERT_EQ(PKCS12_setup_mac(file, 1 << 30, nullptr, 0, EVP_sha256()), 1);
+  unsigned char* der = nullptr;
+  const int size = i2d_PKCS12(file, &der);
+  keymaker::WriteFile(m_path, Bytes(der, der + size));
+  OPENSSL_free(der);
+  PKCS12_free(file);
+  const pid_t child = fork();
+  if (child == 0) _exit(LogIn(kPin) == 0 ? 0 : 1);
+  for (int i = 0; i < 2000 && TriesLeft() == 10; ++i) usleep(10000);
+  EXPECT_EQ(TriesLeft(), 9u);
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, WNOHANG), 0) << "the try is still being made";
+  kill(child, SIGKILL);
+  waitpid(child, &status, 0);
+  EXPECT_EQ(TriesLeft(), 9u);
+  keymaker::WriteFile(m_path, good);
+  EXPECT_EQ(LogIn(kPin), 0u) << "and the lock is gone";
 }
 
 TEST_F(KeyStore, TriesAreSharedByAllProcessesAndThreads) {
