@@ -70,8 +70,14 @@ class CMarkup : public MarkupFlags {
   bool InsertElem(MarkupCStr name, MarkupCStr data = nullptr, int flags = 0) {
     return x_AddElem(name, data, flags | MNF_INSERT);
   }
+  bool InsertElem(MarkupCStr name, int value, int flags = 0) {
+    return x_AddElem(name, std::to_wstring(value), flags | MNF_INSERT);
+  }
   bool AddChildElem(MarkupCStr name, MarkupCStr data = nullptr, int flags = 0) {
     return x_AddElem(name, data, flags | MNF_CHILD);
+  }
+  bool AddChildElem(MarkupCStr name, int value, int flags = 0) {
+    return x_AddElem(name, std::to_wstring(value), flags | MNF_CHILD);
   }
   // The same places for a node without name: MNT_TEXT, MNT_CDATA_SECTION, MNT_COMMENT,
   // MNT_PROCESSING_INSTRUCTION, or MNT_DOCUMENT_TYPE with its whole text.
@@ -214,6 +220,7 @@ class CMarkup : public MarkupFlags {
   bool x_OpenEmptyElem(int iPos);
   int x_InsertOffset(int iPosParent, int& iPosRel, int nFlags) const;
   int x_LineOffset(int nAt) const;
+  bool x_FindAttribValue(MarkupCStr name, int& nLeft, int& nRight) const;
   void x_GrowTag(int nShift);
   // The element behind iPos in document order, 0 behind the last one inside iPosTop.
   int x_NextInside(int iPos, int iPosTop) const;

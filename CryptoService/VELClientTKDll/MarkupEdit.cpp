@@ -29,6 +29,9 @@ std::wstring CDataSection(const wchar_t* text) {
 bool IsBlank(wchar_t c) {
   return c == L' ' || c == L'\t';
 }
+bool IsSpace(wchar_t c) {
+  return IsBlank(c) || c == L'\n' || c == L'\r';
+}
 
 }  // namespace
 
@@ -200,7 +203,7 @@ bool CMarkup::x_OpenEmptyElem(int iPos) {
   int left = end - 1;
   if (m_strDoc[left - 1] == L'/') {
     --left;
-    while (IsBlank(m_strDoc[left - 1])) --left;
+    while (IsSpace(m_strDoc[left - 1])) --left;
   }
   const std::wstring tags = L"></" + name + L">";
   const int shift = static_cast<int>(tags.length()) - (end - left);
@@ -213,38 +216,47 @@ bool CMarkup::x_OpenEmptyElem(int iPos) {
 }
 
 bool CMarkup::x_SetAttrib(MarkupCStr name, MarkupCStr value, int flags) {
-  const bool instruction = m_nNodeType == MNT_PROCESSING_INSTRUCTION && m_nNodeLength != 0;
   const bool element = m_nNodeType == MNT_ELEMENT && m_iPos != 0;
-  if ((m_nDocFlags & kFileFlags) != 0 || !IsName(name) || !(instruction || element)) return false;
+  const bool instruction = m_nNodeType == MNT_PROCESSING_INSTRUCTION && m_nNodeLength != 0;
+  if ((m_nDocFlags & kFileFlags) != 0 || !IsName(name) || !(element || instruction)) return false;
   if (element && !x_CanEdit(m_iPos)) return false;
-  const int start = element ? x_Elem(m_iPos).nStart : m_nNodeOffset;
-  const int length = element ? static_cast<int>(x_Elem(m_iPos).nStartTagLen) : m_nNodeLength;
-  const std::wstring quoted =
-      L'"' + EscapeText(value, (flags & MNF_WITHREFS) | MNF_ESCAPEQUOTES) + L'"';
-  TokenPos token(m_strDoc.c_str(), m_nDocFlags);
-  token.m_nNext = start + (element ? 1 : 2);
-  token.ReadTagName();
-  std::wstring text = quoted;
+  std::wstring text = L'"' + EscapeText(value, (flags & MNF_WITHREFS) | MNF_ESCAPEQUOTES) + L'"';
   int left, right;
-  if (token.FindAttrib(name)) {
-    const bool hasQuotes = m_strDoc[token.m_nL - 1] == L'"' || m_strDoc[token.m_nL - 1] == L'\'';
-    left = token.m_nL - (hasQuotes ? 1 : 0);
-    right = token.m_nR + 1 + (hasQuotes ? 1 : 0);
-  } else {
-    left = start + length - 1;
-    if (instruction || m_strDoc[left - 1] == L'/') --left;
-    while (IsBlank(m_strDoc[left - 1])) --left;
-    right = left;
-    text = L" " + std::wstring(name) + L"=" + quoted;
+  if (!x_FindAttribValue(name, left, right)) {
+    text = L" " + std::wstring(name) + L"=" + text;
     // A "=" without value would take the new name for its own.
     if (m_strDoc[left - 1] == L'=') text.insert(0, L"\"\"");
   }
-  const long long shift = static_cast<long long>(text.length()) - (right - left);
-  if (element && length + shift > ElemPos::START_TAG_MAX) return false;
-  if (static_cast<long long>(m_strDoc.length()) + shift > INT_MAX) return false;
+  const size_t replaced = right - left;
+  const size_t tagLen = element ? x_Elem(m_iPos).nStartTagLen : 0;
+  if (tagLen + text.length() > ElemPos::START_TAG_MAX + replaced) return false;
+  if (m_strDoc.length() + text.length() > INT_MAX + replaced) return false;
   x_DocChange(left, right - left, text);
-  x_GrowTag(static_cast<int>(shift));
+  x_GrowTag(static_cast<int>(text.length()) - static_cast<int>(replaced));
   return true;
+}
+
+// Sets the range of the attribute's value and its quotes in the current tag; without such an
+// attribute returns false, and both are the place for one: behind the last.
+bool CMarkup::x_FindAttribValue(MarkupCStr name, int& nLeft, int& nRight) const {
+  const bool element = m_nNodeType == MNT_ELEMENT;
+  const int start = element ? x_Elem(m_iPos).nStart : m_nNodeOffset;
+  const int length = element ? static_cast<int>(x_Elem(m_iPos).nStartTagLen) : m_nNodeLength;
+  TokenPos token(m_strDoc.c_str(), m_nDocFlags);
+  token.m_nNext = start + (element ? 1 : 2);
+  token.ReadTagName();
+  if (token.FindAttrib(name)) {
+    const wchar_t ahead = m_strDoc[token.m_nL - 1];
+    const int quote = ahead == L'"' || ahead == L'\'' ? 1 : 0;
+    nLeft = token.m_nL - quote;
+    nRight = token.m_nR + 1 + quote;
+    return true;
+  }
+  nLeft = start + length - 1;
+  if (!element || m_strDoc[nLeft - 1] == L'/') --nLeft;
+  while (IsSpace(m_strDoc[nLeft - 1])) --nLeft;
+  nRight = nLeft;
+  return false;
 }
 
 // The tag of the current element or processing instruction is nShift characters longer.

@@ -1,4 +1,6 @@
 // Taking elements out, and positions kept under a name.
+#include <iterator>
+
 #include "Markup.h"
 
 bool CMarkup::RemoveElem() {
@@ -115,6 +117,6 @@ bool CMarkup::SetMapSize(int nSize, int nMap) {
   if (nSize < 1 || (m_nDocFlags & (MDF_READFILE | MDF_WRITEFILE)) != 0) return false;
   SavedPosMap* const map = m_pSavedPosMaps->GetMap(nMap);
   if (map == nullptr || !map->positions.empty()) return false;
-  map->positions.rehash(nSize);
+  map->positions.rehash(nSize < 0x10000 ? nSize : 0x10000);
   return true;
 }
