@@ -1,5 +1,28 @@
 #include "Markup.h"
 
+#include <sys/mman.h>
+
+#include <cstdint>
+#include <cwchar>
+
+namespace {
+
+// Room for a long text in large pages: to touch fresh small ones costs more than to parse the text.
+// Does nothing when there is room, so a text may be a part of this one.
+void ReserveLarge(std::wstring& text, size_t length) {
+  constexpr uintptr_t kLargePage = 2 << 20;
+  if (length <= text.capacity() || length * sizeof(wchar_t) < 2 * kLargePage) return;
+  text.clear();
+  text.reserve(length);
+  const uintptr_t start = reinterpret_cast<uintptr_t>(text.data());
+  const uintptr_t first = (start + kLargePage - 1) / kLargePage * kLargePage;
+  const uintptr_t end = (start + length * sizeof(wchar_t)) / kLargePage * kLargePage;
+  // Only advice: nothing depends on its being taken.
+  if (first < end) madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+}
+
+}  // namespace
+
 CMarkup::CMarkup(const wchar_t* doc)
     : m_iPosParent(0),
       m_iPos(0),
@@ -24,7 +47,9 @@ CMarkup::~CMarkup() {
 bool CMarkup::SetDoc(const wchar_t* doc) {
   if ((m_nDocFlags & (MDF_READFILE | MDF_WRITEFILE)) != 0) return false;
   if (doc != nullptr) {
-    m_strDoc = doc;
+    const size_t length = wcslen(doc);
+    ReserveLarge(m_strDoc, length);
+    m_strDoc.assign(doc, length);
   } else {
     m_strDoc.clear();
     m_pElemPosTree->Clear();
@@ -35,6 +60,7 @@ bool CMarkup::SetDoc(const wchar_t* doc) {
 
 bool CMarkup::SetDoc(const std::wstring& doc) {
   if ((m_nDocFlags & (MDF_READFILE | MDF_WRITEFILE)) != 0) return false;
+  ReserveLarge(m_strDoc, doc.length());
   m_strDoc = doc;
   m_strResult.clear();
   return x_ParseDoc();

@@ -162,8 +162,7 @@ class CMarkup : public MarkupFlags {
   int x_FindElem(int iPosParent, int iPos, PathPos path) const;
   std::wstring x_GetAttrib(int iPos, MarkupCStr name) const;
   std::wstring x_GetTagName(int iPos) const;
-  // Makes iPos the child of iPosParent behind iPosBefore: 0 = the first, LINK_LAST = the last.
-  enum : int { LINK_LAST = -1 };
+  // Makes iPos the child of iPosParent behind iPosBefore, 0 = the first.
   void x_LinkElem(int iPosParent, int iPosBefore, int iPos);
   // Appends a result element: flags (MarkupResultCode) tell what the value and the number are, -1
   // is no number. A text of 1,000 characters or more takes no further result.
@@ -205,10 +204,12 @@ class CMarkup : public MarkupFlags {
  private:
   enum : size_t { RESULT_LIMIT = 1000 };
 
-  int x_OpenElem(int iPosParent, const NodePos& node, int nLevel);
-  int x_CloseElem(int iPos, const NodePos& node);
-  void x_CloseUnended(ElemStack& stack, int nCount, int nExpected);
-  void x_ReportUnended(const ElemStack::OpenTag& tag, int nExpected);
+  int x_OpenElem(int iPosParent, int iLast, int nStart, int nLength, int nLevel);
+  void x_CloseElem(int iPos, int iLast, const NodePos& node);
+  int x_CloseUnended(int iPos, int& iLast, int nCount, int nExpected);
+  void x_ReportUnended(int iPos, int nExpected);
+  void x_ReportLoneEndTag(int iPosParent, const TokenPos& token, const NodePos& node);
+  void x_ReportFault(int iPosParent, TokenPos& token, NodePos& node);
   void x_SetIllFormed(int iPos, int nFlags);
 
   static bool BeginsCharUTF8(const char* p, const char* end);

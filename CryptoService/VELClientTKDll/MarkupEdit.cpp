@@ -125,7 +125,7 @@ bool CMarkup::x_AddNode(int nNodeType, MarkupCStr text, int flags) {
   if (!x_CreateNode(node, none, nullptr, text)) return false;
   int before = m_iPos;
   if (!x_InsertNew(m_iPosParent, before, node)) return false;
-  x_SetPos(m_iPosParent, before == LINK_LAST ? 0 : before, 0);
+  x_SetPos(m_iPosParent, before, 0);
   m_nNodeType = nNodeType;
   m_nNodeOffset = node.nStart;
   m_nNodeLength = node.nLength;

@@ -16,7 +16,7 @@ bool CMarkup::x_ParseDoc() {
   x_Elem(0) = ElemPos();
   if (tooLong) x_Elem(0).nFlags = MNF_ILLFORMED;
   if (length > 0) {
-    TokenPos token(m_strDoc.c_str(), m_nDocFlags);
+    TokenPos token(m_strDoc.c_str(), m_nDocFlags, nullptr, length);
     const int root = x_ParseElem(0, token);
     x_Elem(0).nLength = length;
     if (root < 1) {
@@ -42,107 +42,127 @@ int CMarkup::x_GetFreePos() {
 
 int CMarkup::x_ParseElem(int iPosParent, TokenPos& token) {
   const int level = iPosParent != 0 ? (x_Elem(iPosParent).nFlags & ElemPos::LEVEL_MASK) + 1 : 0;
+  const int sibling = x_Elem(iPosParent).iElemChild;
   int parent = iPosParent;
+  int last = sibling != 0 ? x_Elem(sibling).iElemPrev : 0;  // child of the parent so far
+  int depth = 0;
   int first = 0;
-  ElemStack stack(token);
+  ElemStack stack(token, *m_pElemPosTree);
   NodePos node;
   for (;;) {
     const int type = token.ParseNode(node);
     if (type == MNT_ELEMENT) {
-      const int pos = x_OpenElem(parent, node, level + stack.GetDepth());
-      if (first == 0) first = pos;
+      last = x_OpenElem(parent, last, node.nStart, node.nLength, level + depth);
+      if (first == 0) first = last;
       if ((node.nNodeFlags & MNF_EMPTY) != 0) continue;
-      stack.Push(pos, token.m_nL, token.Length());
-      parent = pos;
+      parent = last;
+      last = 0;
+      ++depth;
     } else if (type == TokenPos::NODE_END_TAG) {
-      const int above = stack.FindAbove(token);
+      const bool top = depth > 0 && token.MatchTag(m_strDoc.c_str() + x_Elem(parent).nStart + 1);
+      const int above = top ? 0 : stack.FindAbove(token, parent, depth);
       if (above < 0) {
-        x_SetIllFormed(parent, MNF_ILLDATA);
-        if (m_strResult.length() < RESULT_LIMIT) {
-          x_AddResult(L"lone_end_tag", token.GetTokenText(), 0, node.nStart);
-        }
+        x_ReportLoneEndTag(parent, token, node);
         continue;
       }
-      x_CloseUnended(stack, above, token.m_nL - 1);
-      parent = x_CloseElem(stack.GetAt(0).iPos, node);
-      stack.Pop(1);
+      if (above > 0) parent = x_CloseUnended(parent, last, above, token.m_nL - 1);
+      x_CloseElem(parent, last, node);
+      last = parent;
+      parent = x_Elem(parent).iElemParent;
+      depth -= above + 1;
+      stack.Close(depth);
     } else if (type < 0) {
-      if (!node.strMeta.empty()) {
-        x_SetIllFormed(parent, MNF_ILLDATA);
-        if (m_strResult.length() < RESULT_LIMIT) m_strResult += node.strMeta;
-        node.strMeta.clear();
-      }
+      if ((node.nNodeFlags & MNF_ILLDATA) != 0) x_ReportFault(parent, token, node);
       if (type == TokenPos::NODE_END_OF_DOCUMENT) break;
     }
   }
-  x_CloseUnended(stack, stack.GetDepth(), static_cast<int>(m_strDoc.length()));
+  if (depth > 0) x_CloseUnended(parent, last, depth, static_cast<int>(m_strDoc.length()));
+  if (last != 0) x_Elem(x_Elem(iPosParent).iElemChild).iElemPrev = last;
   return first;
 }
 
-int CMarkup::x_OpenElem(int iPosParent, const NodePos& node, int nLevel) {
+// iLast is the sibling ahead, 0 = none; the first child learns the last one when the parent closes.
+int CMarkup::x_OpenElem(int iPosParent, int iLast, int nStart, int nLength, int nLevel) {
   const int pos = x_GetFreePos();
+  const bool tooLong = nLength > static_cast<int>(ElemPos::START_TAG_MAX);
   ElemPos& elem = x_Elem(pos);
-  elem.nStart = node.nStart;
-  elem.nLength = node.nLength;
+  elem.nStart = nStart;
+  elem.nLength = nLength;
+  // Next to each other, so that they are one store: nothing is read back.
+  elem.nStartTagLen =
+      (tooLong ? unsigned{ElemPos::START_TAG_MAX} : nLength) & ElemPos::START_TAG_MAX;
   elem.nEndTagLen = 0;
-  elem.nFlags = nLevel & ElemPos::LEVEL_MASK;
+  elem.nFlags = (nLevel & ElemPos::LEVEL_MASK) | (iLast == 0 ? static_cast<int>(MNF_FIRST) : 0);
+  elem.iElemParent = iPosParent;
   elem.iElemChild = 0;
-  if (node.nLength <= static_cast<int>(ElemPos::START_TAG_MAX)) {
-    elem.nStartTagLen = static_cast<unsigned int>(node.nLength) & ElemPos::START_TAG_MAX;
+  elem.iElemNext = 0;
+  elem.iElemPrev = iLast != 0 ? iLast : pos;
+  if (iLast != 0) {
+    x_Elem(iLast).iElemNext = pos;
   } else {
-    elem.nStartTagLen = ElemPos::START_TAG_MAX;
-    x_SetIllFormed(pos, MNF_ILLDATA);
+    x_Elem(iPosParent).iElemChild = pos;
   }
-  x_LinkElem(iPosParent, LINK_LAST, pos);
+  if (tooLong) x_SetIllFormed(pos, MNF_ILLDATA);
   return pos;
 }
 
-// Returns the parent.
-int CMarkup::x_CloseElem(int iPos, const NodePos& node) {
+void CMarkup::x_CloseElem(int iPos, int iLast, const NodePos& node) {
   ElemPos& elem = x_Elem(iPos);
   elem.nLength = node.nStart - elem.nStart + node.nLength;
+  if (iLast != 0) x_Elem(elem.iElemChild).iElemPrev = iLast;
   if (node.nLength <= static_cast<int>(ElemPos::END_TAG_MAX)) {
     elem.nEndTagLen = static_cast<unsigned int>(node.nLength) & ElemPos::END_TAG_MAX;
   } else {
     elem.nEndTagLen = ElemPos::END_TAG_MAX;
     x_SetIllFormed(iPos, MNF_ILLDATA);
   }
-  return elem.iElemParent;
 }
 
-// The nCount innermost open elements have no end tag: each becomes a leaf, followed by what it
-// held. All of them end up under the parent of the outermost, to which each element goes directly,
-// so that the time does not grow with the depth.
-void CMarkup::x_CloseUnended(ElemStack& stack, int nCount, int nExpected) {
-  if (nCount == 0) return;
-  const int parent = x_Elem(stack.GetAt(nCount - 1).iPos).iElemParent;
-  int last = 0;
+// The nCount innermost open elements, iPos the last of them, have no end tag: each becomes a leaf,
+// followed by what it held. All end up under the parent of the outermost, which is returned. Each
+// element goes there directly, so that the time does not grow with the depth. iLast is the last
+// child of iPos, and then of that parent.
+int CMarkup::x_CloseUnended(int iPos, int& iLast, int nCount, int nExpected) {
+  int parent = iPos;
+  for (int i = 0; i < nCount; ++i) parent = x_Elem(parent).iElemParent;
+  if (iLast == 0) iLast = iPos;
+  int end = 0;  // the former children from here on have their parent already
   for (int i = 0; i < nCount; ++i) {
-    const int pos = stack.GetAt(i).iPos;
-    x_ReportUnended(stack.GetAt(i), nExpected);
-    ElemPos& elem = x_Elem(pos);
+    x_ReportUnended(iPos, nExpected);
+    ElemPos& elem = x_Elem(iPos);
+    const int outer = elem.iElemParent;
     const int child = elem.iElemChild;
-    if (i == 0) last = child != 0 ? x_Elem(child).iElemPrev : pos;
-    const int illData = elem.nFlags & MNF_ILLDATA;
+    x_SetIllFormed(outer, elem.nFlags & MNF_ILLDATA);
     elem.nFlags = (elem.nFlags & ~MNF_ILLDATA) | MNF_NONENDED;
-    x_SetIllFormed(elem.iElemParent, illData);
     elem.iElemChild = 0;
     elem.iElemNext = child;
-    if (child == 0) continue;
-    x_Elem(child).nFlags &= ~MNF_FIRST;
-    x_Elem(child).iElemPrev = pos;
-    // The last child is the element closed before, whose next is already one of its own.
-    const int end = i == 0 ? 0 : x_Elem(stack.GetAt(i - 1).iPos).iElemNext;
-    for (int c = child; c != end; c = x_Elem(c).iElemNext) x_Elem(c).iElemParent = parent;
+    if (child != 0) {
+      x_Elem(child).nFlags &= ~MNF_FIRST;
+      x_Elem(child).iElemPrev = iPos;
+      for (int c = child; c != end; c = x_Elem(c).iElemNext) x_Elem(c).iElemParent = parent;
+    }
+    end = child;
+    iPos = outer;
   }
-  x_Elem(x_Elem(parent).iElemChild).iElemPrev = last;
-  stack.Pop(nCount);
+  return parent;
 }
 
-void CMarkup::x_ReportUnended(const ElemStack::OpenTag& tag, int nExpected) {
+void CMarkup::x_ReportUnended(int iPos, int nExpected) {
   if (m_strResult.length() >= RESULT_LIMIT) return;
-  const std::wstring name(m_strDoc, tag.nName, tag.nNameLen);
-  x_AddResult(L"unended_start_tag", name, 0, x_Elem(tag.iPos).nStart, nExpected);
+  x_AddResult(L"unended_start_tag", x_GetTagName(iPos), 0, x_Elem(iPos).nStart, nExpected);
+}
+
+void CMarkup::x_ReportLoneEndTag(int iPosParent, const TokenPos& token, const NodePos& node) {
+  x_SetIllFormed(iPosParent, MNF_ILLDATA);
+  if (m_strResult.length() >= RESULT_LIMIT) return;
+  x_AddResult(L"lone_end_tag", token.GetTokenText(), 0, node.nStart);
+}
+
+void CMarkup::x_ReportFault(int iPosParent, TokenPos& token, NodePos& node) {
+  x_SetIllFormed(iPosParent, MNF_ILLDATA);
+  if (m_strResult.length() < RESULT_LIMIT) m_strResult += node.strMeta;
+  if (m_strResult.length() >= RESULT_LIMIT) token.OmitResults();
+  node.strMeta.clear();
 }
 
 void CMarkup::x_SetIllFormed(int iPos, int nFlags) {
@@ -154,28 +174,22 @@ void CMarkup::x_LinkElem(int iPosParent, int iPosBefore, int iPos) {
   ElemPos& parent = x_Elem(iPosParent);
   ElemPos& elem = x_Elem(iPos);
   elem.iElemParent = iPosParent;
-  if (iPosBefore == 0 || parent.iElemChild == 0) {
+  if (iPosBefore == 0) {
     elem.iElemNext = parent.iElemChild;
     elem.iElemPrev = iPos;
     elem.nFlags |= MNF_FIRST;
-    if (elem.iElemNext != 0) {
-      ElemPos& next = x_Elem(elem.iElemNext);
-      elem.iElemPrev = next.iElemPrev;
-      next.iElemPrev = iPos;
-      next.nFlags &= ~MNF_FIRST;
-    }
     parent.iElemChild = iPos;
+  } else {
+    elem.iElemNext = x_Elem(iPosBefore).iElemNext;
+    elem.iElemPrev = iPosBefore;
+    x_Elem(iPosBefore).iElemNext = iPos;
+  }
+  if (elem.iElemNext == 0) {
+    x_Elem(parent.iElemChild).iElemPrev = iPos;
     return;
   }
-  ElemPos& first = x_Elem(parent.iElemChild);
-  if (iPosBefore == LINK_LAST) iPosBefore = first.iElemPrev;
-  ElemPos& before = x_Elem(iPosBefore);
-  elem.iElemNext = before.iElemNext;
-  elem.iElemPrev = iPosBefore;
-  before.iElemNext = iPos;
-  if (elem.iElemNext != 0) {
-    x_Elem(elem.iElemNext).iElemPrev = iPos;
-  } else {
-    first.iElemPrev = iPos;
-  }
+  ElemPos& next = x_Elem(elem.iElemNext);
+  if (iPosBefore == 0) elem.iElemPrev = next.iElemPrev;
+  next.iElemPrev = iPos;
+  next.nFlags &= ~MNF_FIRST;
 }

@@ -1,13 +1,11 @@
 #include "MarkupStack.h"
 
-#include <cwchar>
-
-ElemStack::ElemStack(const TokenPos& token)
+ElemStack::ElemStack(const TokenPos& token, const ElemPosTree& tree)
     : m_pDocText(token.m_pDocText),
       m_bIgnoreCase((token.m_nTokenFlags & MDF_IGNORECASE) != 0),
+      m_tree(tree),
       // Differs from run to run, so that no document can be written to fill one slot.
-      m_nSeed(reinterpret_cast<uintptr_t>(this) * 0x9e3779b97f4a7c15u),
-      m_nFiled(0) {}
+      m_nSeed(reinterpret_cast<uintptr_t>(this) * 0x9e3779b97f4a7c15u) {}
 
 uint64_t ElemStack::x_Hash(uint64_t nHash, wchar_t c) const {
   if (m_bIgnoreCase && c >= L'A' && c <= L'Z') c += L'a' - L'A';
@@ -15,44 +13,42 @@ uint64_t ElemStack::x_Hash(uint64_t nHash, wchar_t c) const {
   return nHash ^ nHash >> 29;
 }
 
-void ElemStack::Pop(int nCount) {
-  m_tags.resize(m_tags.size() - nCount);
-  if (m_nFiled <= m_tags.size()) return;
-  m_nFiled = m_tags.size();
-  // Keys go in the order opposite to their coming, so each is the first of its slot.
-  for (; !m_keys.empty() && m_keys.back().iTag >= static_cast<int>(m_nFiled); m_keys.pop_back()) {
-    m_slots[CalcSlot(m_keys.back().nHash)] = m_keys.back().iNext;
-  }
-}
-
-int ElemStack::FindAbove(const TokenPos& token) {
-  if (m_tags.empty()) return -1;
-  const OpenTag& top = m_tags.back();
-  if (token.Match(m_pDocText + top.nName, top.nNameLen)) return 0;
-  FileTags();
+int ElemStack::FindAbove(const TokenPos& token, int iPos, int nDepth) {
+  if (nDepth == 0) return -1;
+  FileOpen(iPos, nDepth);
   uint64_t hash = m_nSeed;
   for (int i = 0; i < token.Length(); ++i) hash = x_Hash(hash, token.GetTokenPtr()[i]);
   for (int i = m_slots[CalcSlot(hash)]; i != -1; i = m_keys[i].iNext) {
     const Key& key = m_keys[i];
     if (key.nHash != hash || key.nLen != token.Length()) continue;
-    const OpenTag& tag = m_tags[key.iTag];
-    if (token.Match(m_pDocText + tag.nName, tag.nNameLen)) return GetDepth() - 1 - key.iTag;
+    if (token.MatchTag(NameOf(m_filed[key.nDepth]))) return nDepth - 1 - key.nDepth;
   }
   return -1;
 }
 
-void ElemStack::FileTags() {
-  for (; m_nFiled < m_tags.size(); ++m_nFiled) {
-    const OpenTag& tag = m_tags[m_nFiled];
-    const wchar_t* const name = m_pDocText + tag.nName;
+void ElemStack::FileOpen(int iPos, int nDepth) {
+  size_t depth = m_filed.size();
+  m_filed.resize(nDepth);
+  for (size_t i = nDepth; i > depth; iPos = m_tree.GetAt(iPos).iElemParent) m_filed[--i] = iPos;
+  for (; depth < m_filed.size(); ++depth) {
+    const wchar_t* const name = NameOf(m_filed[depth]);
     uint64_t hash = m_nSeed;
-    for (int i = 0; i <= tag.nNameLen; ++i) {
-      const bool whole = i == tag.nNameLen;
-      if (whole || name[i] == L'[' || name[i] == L']') {
-        AddKey({hash, static_cast<int>(m_nFiled), i, -1});
+    for (int i = 0;; ++i) {
+      const bool end = TokenPos::EndsName(name[i]);
+      if (end || name[i] == L'[' || name[i] == L']') {
+        AddKey({hash, static_cast<int>(depth), i, -1});
       }
-      if (!whole) hash = x_Hash(hash, name[i]);
+      if (end) break;
+      hash = x_Hash(hash, name[i]);
     }
+  }
+}
+
+// Keys go in the order opposite to their coming, so each is the first of its slot.
+void ElemStack::Unfile(int nDepth) {
+  m_filed.resize(nDepth);
+  for (; !m_keys.empty() && m_keys.back().nDepth >= nDepth; m_keys.pop_back()) {
+    m_slots[CalcSlot(m_keys.back().nHash)] = m_keys.back().iNext;
   }
 }
 

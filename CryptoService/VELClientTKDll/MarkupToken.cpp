@@ -1,6 +1,7 @@
 #include "MarkupToken.h"
 
 #include <cstdint>
+#include <cstring>
 #include <cwchar>
 
 #include "Markup.h"
@@ -43,14 +44,23 @@ inline const wchar_t* SkipName(const wchar_t* p) {
   return p;
 }
 
-// The first c at or behind p, or the terminator. Most runs are short; the system library is faster
-// on long ones.
-inline const wchar_t* ScanTo(const wchar_t* p, wchar_t c) {
-  for (int i = 0; i < 16; ++i, ++p) {
-    if (*p == c || *p == 0) return p;
+typedef int Lanes __attribute__((vector_size(16)));
+typedef long long Halves __attribute__((vector_size(16)));
+static_assert(sizeof(wchar_t) * TokenPos::BLOCK == 2 * sizeof(Lanes), "a block is two vectors");
+
+// The first c at or behind p, or the terminator. Blocks may begin ahead of blocksEnd.
+inline const wchar_t* ScanTo(const wchar_t* p, wchar_t c, const wchar_t* blocksEnd) {
+  for (; p < blocksEnd; p += TokenPos::BLOCK) {
+    Lanes low, high;
+    memcpy(&low, p, sizeof(low));
+    memcpy(&high, p + TokenPos::BLOCK / 2, sizeof(high));
+    const int code = static_cast<int>(c);
+    const Halves hits =
+        (Halves)((low == code) | (low == 0) | (high == code) | (high == 0));  // NOLINT: same bits
+    if ((hits[0] | hits[1]) != 0) break;
   }
-  const wchar_t* const found = wcschr(p, c);
-  return found != nullptr ? found : p + wcslen(p);
+  while (*p != c && *p != 0) ++p;
+  return p;
 }
 
 // The value behind a "=": its first character, its end and where scanning goes on. ParseNode and
@@ -61,10 +71,10 @@ struct Value {
   const wchar_t* next;
 };
 
-inline Value ScanValue(const wchar_t* p) {
+inline Value ScanValue(const wchar_t* p, const wchar_t* blocksEnd) {
   p = SkipSpace(p);
   if (*p == L'"' || *p == L'\'') {
-    const wchar_t* const end = ScanTo(p + 1, *p);
+    const wchar_t* const end = ScanTo(p + 1, *p, blocksEnd);
     return {p + 1, end, *end == 0 ? end : end + 1};
   }
   const wchar_t* end = p;
@@ -98,15 +108,18 @@ bool TokenPos::Match(const wchar_t* name) const {
   return order == 0 && (name[length] == 0 || wcschr(L" =/[]", name[length]) != nullptr);
 }
 
-bool TokenPos::Match(const wchar_t* name, int nLen) const {
+bool TokenPos::MatchTag(const wchar_t* name) const {
   const int length = Length();
-  if (length > nLen) return false;
+  const wchar_t* const token = GetTokenPtr();
   if ((m_nTokenFlags & MDF_IGNORECASE) != 0) {
-    if (StrNIACmp(GetTokenPtr(), name, length) != 0) return false;
-  } else if (wmemcmp(GetTokenPtr(), name, length) != 0) {
-    return false;
+    if (StrNIACmp(token, name, length) != 0) return false;
+  } else {
+    // No character of the token ends a name, so this goes nowhere behind the name's end.
+    for (int i = 0; i < length; ++i) {
+      if (token[i] != name[i]) return false;
+    }
   }
-  return length == nLen || wcschr(L" =/[]", name[length]) != nullptr;
+  return IsNameEnd(name[length]) || name[length] == L'[' || name[length] == L']';
 }
 
 void TokenPos::ReadTagName() {
@@ -134,7 +147,7 @@ bool TokenPos::NextAttrib(TokenPos* attribute) {
         attribute->m_nL = static_cast<int>(name - m_pDocText);
         attribute->m_nR = static_cast<int>(nameEnd - m_pDocText) - 1;
       }
-      const Value value = ScanValue(p + 1);
+      const Value value = ScanValue(p + 1, m_pBlocksEnd);
       m_nL = static_cast<int>(value.first - m_pDocText);
       m_nR = static_cast<int>(value.end - m_pDocText) - 1;
       m_nNext = static_cast<int>(value.next - m_pDocText);
@@ -152,31 +165,6 @@ bool TokenPos::FindAttrib(const wchar_t* name) {
   return false;
 }
 
-int TokenPos::ParseNode(NodePos& node) {
-  node.nStart = m_nNext;
-  node.nNodeFlags = 0;
-  const wchar_t* const start = m_pDocText + m_nNext;
-  if (*start != L'<') return ParseText(node);
-  switch (start[1]) {
-    case L'/':
-      return ParseEndTag(node);
-    case L'!':
-      return ParseExclamation(node);
-    case L'?':
-      return ParseUntil(node, MNT_PROCESSING_INSTRUCTION, start + 2, L"?>");
-    case 0:
-      return Unterminated(node, L"tag");
-    case L' ':
-    case L'\t':
-    case L'\n':
-    case L'\r':
-    case L'>':
-      return SyntaxError(node, L"first_tag_syntax", start + 1);
-    default:
-      return ParseStartTag(node);
-  }
-}
-
 inline int TokenPos::EndNode(NodePos& node, int nNodeType, const wchar_t* end) {
   m_nNext = static_cast<int>(end - m_pDocText);
   node.nLength = m_nNext - node.nStart;
@@ -185,42 +173,19 @@ inline int TokenPos::EndNode(NodePos& node, int nNodeType, const wchar_t* end) {
 }
 
 int TokenPos::Unterminated(NodePos& node, const wchar_t* kind) {
-  CMarkup::x_AddResult(node.strMeta, L"unterminated_tag_syntax", kind, MRC_TYPE, node.nStart);
+  node.nNodeFlags = MNF_ILLDATA;
+  if (m_bResults) {
+    CMarkup::x_AddResult(node.strMeta, L"unterminated_tag_syntax", kind, MRC_TYPE, node.nStart);
+  }
   return EndNode(node, NODE_END_OF_DOCUMENT, m_pDocText + node.nStart);
 }
 
 int TokenPos::SyntaxError(NodePos& node, const wchar_t* result, const wchar_t* at) {
-  CMarkup::x_AddResult(node.strMeta, result, nullptr, 0, static_cast<int>(at - m_pDocText));
-  return EndNode(node, NODE_ERROR, at);
-}
-
-int TokenPos::ParseText(NodePos& node) {
-  const wchar_t* const start = m_pDocText + node.nStart;
-  if (*start == 0) return EndNode(node, NODE_END_OF_DOCUMENT, start);
-  const wchar_t* const end = SkipSpace(start);
-  if (*end == 0 || *end == L'<') return EndNode(node, MNT_WHITESPACE, end);
-  return EndNode(node, MNT_TEXT, ScanTo(end, L'<'));
-}
-
-int TokenPos::ParseStartTag(NodePos& node) {
-  m_nNext = node.nStart + 1;
-  ReadTagName();
-  const wchar_t* p = m_pDocText + m_nNext;
-  while (*p != L'>') {
-    if (*p == 0) return Unterminated(node, L"start_tag");
-    // A ">" inside a quoted value does not end the tag.
-    p = *p == L'=' ? ScanValue(p + 1).next : p + 1;
+  node.nNodeFlags = MNF_ILLDATA;
+  if (m_bResults) {
+    CMarkup::x_AddResult(node.strMeta, result, nullptr, 0, static_cast<int>(at - m_pDocText));
   }
-  if (p[-1] == L'/') node.nNodeFlags = MNF_EMPTY;
-  return EndNode(node, MNT_ELEMENT, p + 1);
-}
-
-int TokenPos::ParseEndTag(NodePos& node) {
-  m_nNext = node.nStart + 2;
-  ReadTagName();
-  const wchar_t* const end = ScanTo(m_pDocText + m_nNext, L'>');
-  if (*end == 0) return Unterminated(node, L"end_tag");
-  return EndNode(node, NODE_END_TAG, end + 1);
+  return EndNode(node, NODE_ERROR, at);
 }
 
 int TokenPos::ParseExclamation(NodePos& node) {
@@ -248,7 +213,7 @@ int TokenPos::ParseCDataSection(NodePos& node) {
 
 int TokenPos::ParseUntil(NodePos& node, int nNodeType, const wchar_t* from, const wchar_t* end) {
   const int length = static_cast<int>(wcslen(end));
-  for (const wchar_t* p = from; *(p = ScanTo(p, *end)) != 0; ++p) {
+  for (const wchar_t* p = from; *(p = ScanTo(p, *end, m_pBlocksEnd)) != 0; ++p) {
     if (wcsncmp(p, end, length) == 0) return EndNode(node, nNodeType, p + length);
   }
   const wchar_t* const kind = nNodeType == MNT_COMMENT         ? L"comment"
@@ -262,7 +227,7 @@ int TokenPos::ParseDocumentType(NodePos& node) {
   const wchar_t* p = m_pDocText + node.nStart + 2;
   for (; *p != 0; ++p) {
     if (*p == L'"' || *p == L'\'') {
-      p = ScanTo(p + 1, *p);
+      p = ScanTo(p + 1, *p, m_pBlocksEnd);
     } else if (*p == L'[' || *p == L']') {
       subset = *p == L'[';
     } else if (*p == L'>' && !subset) {
@@ -284,4 +249,62 @@ int TokenPos::ParseDocumentType(NodePos& node) {
     if (*p == 0) break;
   }
   return Unterminated(node, L"document_type");
+}
+
+inline int TokenPos::ParseText(NodePos& node) {
+  const wchar_t* const start = m_pDocText + node.nStart;
+  if (*start == 0) return EndNode(node, NODE_END_OF_DOCUMENT, start);
+  const wchar_t* const end = SkipSpace(start);
+  if (*end == 0 || *end == L'<') return EndNode(node, MNT_WHITESPACE, end);
+  return EndNode(node, MNT_TEXT, ScanTo(end, L'<', m_pBlocksEnd));
+}
+
+inline int TokenPos::ParseStartTag(NodePos& node) {
+  m_nNext = node.nStart + 1;
+  ReadTagName();
+  const wchar_t* p = m_pDocText + m_nNext;
+  for (;;) {
+    while (static_cast<uint32_t>(*p) > L'>') ++p;
+    if (*p == L'>') break;
+    if (*p == 0) return Unterminated(node, L"start_tag");
+    // A ">" inside a quoted value does not end the tag.
+    p = *p == L'=' ? ScanValue(p + 1, m_pBlocksEnd).next : p + 1;
+  }
+  if (p[-1] == L'/') node.nNodeFlags = MNF_EMPTY;
+  return EndNode(node, MNT_ELEMENT, p + 1);
+}
+
+inline int TokenPos::ParseEndTag(NodePos& node) {
+  m_nNext = node.nStart + 2;
+  ReadTagName();
+  const wchar_t* end = m_pDocText + m_nNext;
+  if (*end != L'>') end = ScanTo(end, L'>', m_pBlocksEnd);
+  if (*end == 0) return Unterminated(node, L"end_tag");
+  return EndNode(node, NODE_END_TAG, end + 1);
+}
+
+int TokenPos::ParseNode(NodePos& node) {
+  node.nStart = m_nNext;
+  node.nNodeFlags = 0;
+  const wchar_t* const start = m_pDocText + m_nNext;
+  if (*start != L'<') return ParseText(node);
+  if (static_cast<uint32_t>(start[1]) > L'?') return ParseStartTag(node);
+  switch (start[1]) {
+    case L'/':
+      return ParseEndTag(node);
+    case L'!':
+      return ParseExclamation(node);
+    case L'?':
+      return ParseUntil(node, MNT_PROCESSING_INSTRUCTION, start + 2, L"?>");
+    case 0:
+      return Unterminated(node, L"tag");
+    case L' ':
+    case L'\t':
+    case L'\n':
+    case L'\r':
+    case L'>':
+      return SyntaxError(node, L"first_tag_syntax", start + 1);
+    default:
+      return ParseStartTag(node);
+  }
 }

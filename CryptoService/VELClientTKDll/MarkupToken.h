@@ -15,14 +15,18 @@ struct NodePos {
   int nNodeType;         // MarkupNodeType, or one of NODE_* below
   int nStart;            // offset of the first character
   int nLength;           // characters
-  int nNodeFlags;        // MNF_EMPTY: a start tag that ends itself
+  int nNodeFlags;        // MNF_EMPTY: a start tag that ends itself; MNF_ILLDATA: a syntax error
   std::wstring strMeta;  // the result element of a syntax error; the text of a node to be made
 };
 
 struct TokenPos {
+  enum : size_t { BLOCK = 8 };  // characters looked at in one go
   enum : int { NODE_END_TAG = 0, NODE_ERROR = -1, NODE_END_OF_DOCUMENT = -2 };
 
-  explicit TokenPos(const wchar_t* pDocText, int nTokenFlags, FilePos* pReaderFilePos = nullptr)
+  // The text has nDocLength characters ahead of its terminator when that is not 0; long runs are
+  // then scanned in blocks.
+  explicit TokenPos(const wchar_t* pDocText, int nTokenFlags, FilePos* pReaderFilePos = nullptr,
+                    size_t nDocLength = 0)
       : m_nL(0),
         m_nR(-1),
         m_nNext(0),
@@ -30,7 +34,9 @@ struct TokenPos {
         m_nTokenFlags(nTokenFlags),
         m_nPreSpaceStart(0),
         m_nPreSpaceLength(0),
-        m_pReaderFilePos(pReaderFilePos) {}
+        m_pReaderFilePos(pReaderFilePos),
+        m_pBlocksEnd(pDocText + (nDocLength < BLOCK ? 0 : nDocLength + 2 - BLOCK)),
+        m_bResults(true) {}
 
   // Parses the node at m_nNext and moves behind it; the token is the name of a start or end tag.
   // Returns the node's type; NODE_ERROR for a syntax error, NODE_END_OF_DOCUMENT at the end and
@@ -51,8 +57,11 @@ struct TokenPos {
 
   // The name begins with the token and ends there or goes on with one of " =/[]".
   bool Match(const wchar_t* name) const;
-  // The same for a name of nLen characters.
-  bool Match(const wchar_t* name, int nLen) const;
+  // The same for the name that begins at a place in a document and ends with its name characters.
+  bool MatchTag(const wchar_t* name) const;
+
+  // From now on faults come without a result element, whose making takes longer than the parsing.
+  void OmitResults() { m_bResults = false; }
 
   int Length() const { return m_nR - m_nL + 1; }
   const wchar_t* GetTokenPtr() const { return m_pDocText + m_nL; }
@@ -83,4 +92,7 @@ struct TokenPos {
   int ParseCDataSection(NodePos& node);
   int ParseDocumentType(NodePos& node);
   int ParseUntil(NodePos& node, int nNodeType, const wchar_t* from, const wchar_t* end);
+
+  const wchar_t* m_pBlocksEnd;  // a block may begin ahead of it
+  bool m_bResults;
 };
