@@ -5,6 +5,8 @@
 #include <openssl/sha.h>
 #include <time.h>
 
+#include <algorithm>
+
 #include "KeyMaker.h"
 
 using keymaker::Bytes;
@@ -172,6 +174,28 @@ TEST(CertFacts, AlgorithmsAreToldApart) {
   request.kind = keymaker::Kind::kP256;
   EXPECT_EQ(FactsFor(request)->record.AsymmAlg, VEL_ASYMM_ALG_UNKNOWN);
   EXPECT_EQ(Text(FactsFor(request)->record.Version), L"3");
+}
+
+// Newer certificates name the key's algorithm by the SM2 identifier instead of id-ecPublicKey.
+TEST(CertFacts, BothIdentifiersOfSm2KeysAreKnown) {
+  keymaker::Request request;
+  request.kind = keymaker::Kind::kSm2;
+  Bytes der = keymaker::Make(request).Der();
+  const Bytes usual = {0x30, 0x13, 0x06, 0x07, 0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x02, 0x01};
+  const Bytes newer = {0x30, 0x14, 0x06, 0x08, 0x2A, 0x81, 0x1C, 0xCF, 0x55, 0x01, 0x82, 0x2D};
+  const auto found = std::search(der.begin(), der.end(), usual.begin(), usual.end());
+  ASSERT_NE(found, der.end());
+  const auto at = found - der.begin();
+  ++der[static_cast<size_t>(at) - 1];  // the lengths around: key, body, certificate
+  ASSERT_EQ(der[1], 0x82);
+  ++der[3];
+  ASSERT_EQ(der[5], 0x81);
+  ++der[6];
+  der.erase(der.begin() + at, der.begin() + at + static_cast<long>(usual.size()));
+  der.insert(der.begin() + at, newer.begin(), newer.end());
+  const velcrypto::X509Ptr certificate = velcrypto::ParseCertificate(der.data(), der.size());
+  ASSERT_NE(certificate, nullptr);
+  EXPECT_EQ(velcrypto::FactsOf(certificate.get())->record.AsymmAlg, VEL_ASYMM_ALG_SM2);
 }
 
 TEST(CertFacts, EmailComesFromTheSubjectElseFromTheAlternativeNames) {

@@ -181,6 +181,16 @@ TEST_F(LibraryTest, ManagersOfSeveralThreadsWorkAtOnce) {
   EXPECT_EQ(failures, 0);
 }
 
+TEST_F(LibraryTest, AHostMayEndWhileItsThreadsSign) {
+  const std::string command =
+      std::string(EXITS_WHILE_SIGNING) + " " + VELCRYPTO_PATH + " " + m_store.path() + " " + kPin;
+  for (int i = 0; i < 10; ++i) {
+    const int status = system(command.c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    ASSERT_EQ(WEXITSTATUS(status), 0);
+  }
+}
+
 TEST_F(LibraryTest, UseLeavesNoDescriptorsBehind) {
   { LogIn(ManagerOf(m_library, {KeyFamily(m_store.path())})); }
   const size_t before = OpenDescriptors();
