@@ -13,6 +13,7 @@ namespace {
 template <typename Object>
 Object* Made(const char* factory) {
   Fake().Record(factory);
+  if (Fake().onMake) Fake().onMake();
   Object* const object = new Object(kFirstReferences);
   if (kFirstReferences != 0) KeepLostObject(object);
   return object;

@@ -36,12 +36,15 @@ struct FakeDevice {
   std::string p1Signature = "P1-SIGNATURE";
   std::string p7Signature = "P7-SIGNATURE";
   std::string wrapped = "P1-IN-P7";
-  unsigned long pinRetryTimes = 0;        // GetPinRetryTimes
-  unsigned short remainRetryCount = 0;    // of the PIN information
-  std::optional<std::string> queue = "";  // the call queue's text; none: a null pointer
-  int dialogPicks = 0;                    // index in the list that is shown; -1: nothing
-  std::optional<FakeCert> dialogBrings;   // picked, listed or not
-  std::function<void()> onLoad;           // runs in the library's initialiser
+  std::optional<unsigned long> wrappedSize;  // said to be that of `wrapped`
+  unsigned long pinRetryTimes = 0;           // GetPinRetryTimes
+  unsigned short remainRetryCount = 0;       // of the PIN information
+  std::optional<std::string> queue = "";     // the call queue's text; none: a null pointer
+  int dialogPicks = 0;                       // index in the list that is shown; -1: nothing
+  std::optional<FakeCert> dialogBrings;      // picked, listed or not
+  std::function<void()> onLoad;              // runs in the library's initialiser
+  std::function<void()> onCall;              // runs in operations that have a result
+  std::function<void()> onMake;              // runs in the factories
 
   // --- the record ---
 
@@ -69,6 +72,7 @@ struct FakeDevice {
   }
 
   unsigned long NextCode(const char* operation) {
+    if (onCall) onCall();
     const auto found = codes.find(operation);
     if (found == codes.end() || found->second.empty()) return 0;
     const unsigned long code = found->second.front();

@@ -70,10 +70,12 @@ ULONG FakeAuxClass::AssembleP1DataToP7Data(PVEL_P1_TO_P7_PARAM param, PBYTE resu
   const ULONG code = Fake().NextCode("AssembleP1DataToP7Data");
   if (code != 0) return code;
   const std::string& wrapped = Fake().wrapped;
-  if (result != nullptr) {
-    if (*resultLen < wrapped.size()) return 0xE0000004;
-    memcpy(result, wrapped.data(), wrapped.size());
+  if (result == nullptr) {
+    *resultLen = Fake().wrappedSize.value_or(wrapped.size());
+    return 0;
   }
+  if (*resultLen < wrapped.size()) return 0xE0000004;
+  memcpy(result, wrapped.data(), wrapped.size());
   *resultLen = wrapped.size();
   return 0;
 }
