@@ -1,4 +1,7 @@
 // The exported functions: each forwards to the toolkit object behind the handle.
+#include <exception>
+#include <new>
+
 #include "DeviceErrorCodes.h"
 #include "ToolkitLog.h"
 #include "vctk.h"
@@ -13,13 +16,36 @@ CVELClientTKImp* ObjectOf(HANDLE handle) {
   return static_cast<CVELClientTKImp*>(handle);
 }
 
+// Hosts are written in C and other languages that no exception may enter: exhausted memory and what
+// a device library throws against its contract become codes.
+template <typename Call>
+int Guard(HANDLE handle, Call call) {
+  CVELClientTKImp& object = *ObjectOf(handle);
+  try {
+    return call(object);
+  } catch (const std::bad_alloc&) {
+    object.m_LastError = kErrorNoMemory;
+  } catch (const std::exception&) {
+    object.m_LastError = kErrorGeneral;
+  }
+  return static_cast<int>(object.m_LastError);
+}
+
 // Calls a method that returns TRUE or FALSE; FALSE becomes the code that it stored.
 template <typename Method, typename... Args>
 int Forward(int nullCode, HANDLE handle, Method method, Args... args) {
   if (handle == nullptr) return nullCode;
-  CVELClientTKImp* const object = ObjectOf(handle);
-  if ((object->*method)(args...)) return VCTK_OK;
-  return static_cast<int>(object->GetLastError());
+  return Guard(handle, [&](CVELClientTKImp& object) {
+    return (object.*method)(args...) ? VCTK_OK : static_cast<int>(object.GetLastError());
+  });
+}
+
+// Calls a method whose own number is the result.
+template <typename Method, typename... Args>
+int ForwardDirect(HANDLE handle, Method method, Args... args) {
+  if (handle == nullptr) return kNullHandle;
+  return Guard(
+      handle, [&](CVELClientTKImp& object) { return static_cast<int>((object.*method)(args...)); });
 }
 
 void LogMessageCall(const wchar_t* format, int code) {
@@ -29,9 +55,11 @@ void LogMessageCall(const wchar_t* format, int code) {
 }  // namespace
 
 HANDLE VCTK_Initialize(const char* lpszSupportKeyXML) {
-  CVELClientTKImp* const object = new CVELClientTKImp;
-  if (object->Initialize(lpszSupportKeyXML)) return object;
-  delete object;
+  const HANDLE handle = new CVELClientTKImp;
+  if (Forward(kNullHandle, handle, &CVELClientTKImp::Initialize, lpszSupportKeyXML) == VCTK_OK) {
+    return handle;
+  }
+  VCTK_Finalize(handle);
   return nullptr;
 }
 
@@ -153,19 +181,16 @@ int VCTK_CheckCertIsExist(HANDLE handle, const char* pCertSN, int* isExist) {
 
 int VCTK_ChangePinCode(HANDLE handle, const char* lpcCertSn, int pinCodeType,
                        const char* lpcCurrentPin, const char* lpcNewPin) {
-  if (handle == nullptr) return kNullHandle;
-  return static_cast<int>(
-      ObjectOf(handle)->ChangePinCode(lpcCertSn, pinCodeType, lpcCurrentPin, lpcNewPin));
+  return ForwardDirect(handle, &CVELClientTKImp::ChangePinCode, lpcCertSn, pinCodeType,
+                       lpcCurrentPin, lpcNewPin);
 }
 
 int VCTK_SetCert(HANDLE handle, const char* lpcCertSn) {
-  if (handle == nullptr) return kNullHandle;
-  return static_cast<int>(ObjectOf(handle)->SetCert(CString(lpcCertSn)));
+  return ForwardDirect(handle, &CVELClientTKImp::SetCert, lpcCertSn);
 }
 
 int VCTK_SetPinCode(HANDLE handle, const char* pincode) {
-  if (handle == nullptr) return kNullHandle;
-  return static_cast<int>(ObjectOf(handle)->SetPinCode(pincode));
+  return ForwardDirect(handle, &CVELClientTKImp::SetPinCode, pincode);
 }
 
 int VCTK_P7SignStrEx(HANDLE handle, const char* lpszValue, int isBase64, int isDetach,

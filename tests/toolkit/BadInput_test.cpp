@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <new>
+#include <stdexcept>
 
 #include "Host.h"
 
@@ -88,6 +90,26 @@ TEST_F(BadInput, LargeDataIsSignedWhole) {
   EXPECT_EQ(VCTK_P1Sign(m_handle, data.c_str(), 0), 0);
   EXPECT_EQ(VCTK_P1SignWithPin(m_handle, "A1", "1", data.c_str(), 1), 0);
   EXPECT_EQ(VCTK_P7SignFromP1(m_handle, data.c_str(), 1, 0), 0);
+}
+
+// A device library may not throw; hosts in C do not outlive one that does.
+TEST_F(BadInput, ExceptionsOfTheDeviceLibraryBecomeCodes) {
+  const auto outOfMemory = [] { throw std::bad_alloc(); };
+  const auto broken = [] { throw std::runtime_error("broken"); };
+  Fake().onCall = outOfMemory;
+  EXPECT_EQ(VCTK_P1Sign(m_handle, "abc", 0), Code(0xE0000005));
+  EXPECT_EQ(VCTK_GetLastError(m_handle), Code(0xE0000005));
+  EXPECT_EQ(VCTK_SetCert(m_handle, "A1"), Code(0xE0000005));
+  Fake().onCall = broken;
+  EXPECT_EQ(VCTK_P1SignWithPin(m_handle, "A1", "1", "abc", 0), Code(0xE0000001));
+  EXPECT_EQ(VCTK_ChangePinCode(m_handle, "A1", 2, "1", "2"), Code(0xE0000001));
+  EXPECT_EQ(VCTK_CallQueueClear(m_handle), Code(0xE0000001));
+  EXPECT_EQ(VCTK_GetLastError(m_handle), Code(0xE0000001));
+  EXPECT_EQ(Fake().liveObjects, 1);  // the queue
+  Fake().onMake = broken;
+  EXPECT_EQ(VCTK_Initialize(kHostKeyList), nullptr);
+  Fake().onCall = Fake().onMake = nullptr;
+  EXPECT_EQ(VCTK_P1Sign(m_handle, "abc", 0), 0);
 }
 
 long OpenFiles() {
