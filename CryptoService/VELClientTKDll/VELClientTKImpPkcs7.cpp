@@ -1,8 +1,8 @@
 // PKCS#7 signatures: by the device with or without the dialog, or wrapped around a PKCS#1 one.
+#include <stdlib.h>
 #include <string.h>
 
 #include <memory>
-#include <new>
 #include <utility>
 
 #include "base64.h"
@@ -28,7 +28,10 @@ bool Assemble(IVELKeyAuxClass& aux, tag_VEL_P1_TO_P7_PARAM& parameters, CString&
   DWORD size = 0;
   if (aux.AssembleP1DataToP7Data(&parameters, nullptr, &size) != 0) return false;
   const DWORD room = size;
-  const std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[room]());
+  // Zero bytes that calloc gives take no memory until they are written, however large the size is
+  // that the device library says.
+  const std::unique_ptr<BYTE, void (*)(void*)> buffer(
+      static_cast<BYTE*>(calloc(room == 0 ? 1 : room, 1)), free);
   if (buffer == nullptr) return false;
   if (aux.AssembleP1DataToP7Data(&parameters, buffer.get(), &size) != 0) return false;
   return EncodeText(buffer.get(), size < room ? size : room, base64);

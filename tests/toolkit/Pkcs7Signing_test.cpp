@@ -1,4 +1,6 @@
 // PKCS#7: on the device with the dialog, on the device without it, and by wrapping PKCS#1.
+#include <sys/resource.h>
+
 #include "OutputBuffer.h"
 #include "Session.h"
 
@@ -12,6 +14,12 @@ using testing::StartsWith;
 
 const wchar_t kSignature[] = L"UDctU0lHTkFUVVJF";  // base64 of "P7-SIGNATURE"
 const wchar_t kWrapped[] = L"UDEtSU4tUDc=";        // base64 of "P1-IN-P7"
+
+long PeakKilobytes() {
+  rusage usage = {};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
 
 class Pkcs7Signing : public Session {
  protected:
@@ -267,6 +275,24 @@ TEST_F(Pkcs7Signing, AFailedWrappingLeavesNoCode) {
     Fake().codes = {{"AssembleP1DataToP7Data", codes}};
     m_toolkit.m_LastError = 5;
     EXPECT_EQ(m_toolkit.P7SignFromP1("abc", FALSE, FALSE), FALSE);
+    EXPECT_EQ(m_toolkit.m_LastError, 0u);
+    EXPECT_STREQ(m_toolkit.m_P7SignResultBase64, kWrapped);
+  }
+}
+
+TEST_F(Pkcs7Signing, AWrappingMayBeSmallerThanItWasSaidToBe) {
+  Fake().wrappedSize = 1ul << 30;
+  const long before = PeakKilobytes();
+  EXPECT_EQ(m_toolkit.P7SignFromP1("abc", FALSE, FALSE), TRUE);
+  EXPECT_STREQ(m_toolkit.m_P7SignResultBase64, kWrapped);
+  EXPECT_LT(PeakKilobytes(), before + (1 << 19));  // what is not used takes no memory
+}
+
+TEST_F(Pkcs7Signing, AWrappingOfAnImpossibleSizeFailsWithoutACode) {
+  ASSERT_EQ(m_toolkit.P7SignFromP1("abc", FALSE, FALSE), TRUE);
+  for (const unsigned long size : {0ul, 7ul, ~0ul}) {
+    Fake().wrappedSize = size;
+    EXPECT_EQ(m_toolkit.P7SignFromP1("abc", FALSE, FALSE), FALSE) << size;
     EXPECT_EQ(m_toolkit.m_LastError, 0u);
     EXPECT_STREQ(m_toolkit.m_P7SignResultBase64, kWrapped);
   }
