@@ -81,8 +81,8 @@ class CVELClientTKImp {
   ULONG P1SignEx(CString strValue, BOOL bIsBase64, CString& strSignature);
   BOOL GetP1SignResult(LPSTR pResult, INT* pResultLen);
   BOOL P1SignWithPin(LPCSTR lpszSN, LPCSTR lpszPIN, LPCSTR lpszOrg, BOOL bIsBase64);
-  ULONG P1SignExWithPin(const CString& strSN, const CString& strPIN, const CString& strOrg,
-                        BOOL bIsBase64, CString& strJson);
+  ULONG P1SignExWithPin(const CString& strSN, const CString& strPIN, CString strOrg, BOOL bIsBase64,
+                        CString& strJson);
   BOOL GetP1SignResultWithPin(LPSTR pResult, INT* pResultLen);
   ULONG SetPinCode(LPCSTR lpszPin);  // 1 on success, 0xE0000003 for null
   void SetForcePinDialog(BOOL bForcePinDialog) { m_bForcePinDialog = bForcePinDialog; }
@@ -146,6 +146,6 @@ class CVELClientTKImp {
 
   ULONG FinishSignature(ULONG code, DeviceManager& manager, CSmartBuffer& signature,
                         CString& strResult);
-  ULONG SignWithPin(const CString& strSN, const CString& strPIN, const CString& strOrg,
-                    BOOL bIsBase64, CString& strJson);
+  ULONG SignWithPin(const CString& strSN, const CString& strPIN, CString strOrg, BOOL bIsBase64,
+                    CString& strJson);
 };

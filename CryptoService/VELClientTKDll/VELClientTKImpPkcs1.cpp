@@ -79,9 +79,10 @@ class PinSession {
     if (code == 0) {
       CString text;
       if (!EncodeText(signature.GetAddress(), signature.GetSize(), text)) return kErrorNoMemory;
-      json.Format(kSuccessJson, 0, text.GetBuffer(), OrEmpty(cert.CertBase64),
-                  algorithms.digestName, algorithms.keyName);
-      return 0;
+      const BOOL formatted =
+          json.Format(kSuccessJson, 0, text.GetBuffer(), OrEmpty(cert.CertBase64),
+                      algorithms.digestName, algorithms.keyName);
+      return formatted ? 0 : ULONG(kErrorNoMemory);
     }
     // Only the keys that sign with SM3 tell how many tries are left; hosts rely on -1 for RSA.
     if (!IsRsa(cert)) json.Format(kFailureJson, -1, RemainingTries());
@@ -166,20 +167,20 @@ BOOL CVELClientTKImp::P1SignWithPin(LPCSTR lpszSN, LPCSTR lpszPIN, LPCSTR lpszOr
       P1SignExWithPin(CString(lpszSN), pin.Get(), CString(lpszOrg), bIsBase64, m_csPinSignResult));
 }
 
-ULONG CVELClientTKImp::P1SignExWithPin(const CString& strSN, const CString& strPIN,
-                                       const CString& strOrg, BOOL bIsBase64, CString& strJson) {
+ULONG CVELClientTKImp::P1SignExWithPin(const CString& strSN, const CString& strPIN, CString strOrg,
+                                       BOOL bIsBase64, CString& strJson) {
   strJson.Format(kFailureJson, -1, -1);
-  const ULONG code = SignWithPin(strSN, strPIN, strOrg, bIsBase64, strJson);
+  const ULONG code = SignWithPin(strSN, strPIN, std::move(strOrg), bIsBase64, strJson);
   VCTK_LOG_INFO(L"VELClientTKImp", L"P1SignExWithPin", L"Leave,Errorcode:%d",
                 static_cast<int>(code));
   return code;
 }
 
-ULONG CVELClientTKImp::SignWithPin(const CString& strSN, const CString& strPIN,
-                                   const CString& strOrg, BOOL bIsBase64, CString& strJson) {
+ULONG CVELClientTKImp::SignWithPin(const CString& strSN, const CString& strPIN, CString strOrg,
+                                   BOOL bIsBase64, CString& strJson) {
   if (m_pVelUsbKey == nullptr || strSN.IsEmpty() || strOrg.IsEmpty()) return kErrorInvalidHandle;
   CSignContent content;
-  ULONG code = content.Take(CString(strOrg), bIsBase64);
+  ULONG code = content.Take(std::move(strOrg), bIsBase64);
   if (code != 0) return code;
   DeviceManager manager;
   code = PrepareDeviceManager(manager);

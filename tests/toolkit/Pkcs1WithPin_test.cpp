@@ -1,4 +1,5 @@
 // PKCS#1 with a given PIN: the JSON texts, the order of device calls, the log. In the sandbox.
+#include "ArrayAllocations.h"
 #include "LogFile.h"
 #include "OutputBuffer.h"
 #include "Session.h"
@@ -281,6 +282,14 @@ TEST_F(Pkcs1WithPin, AnEmptySignatureSucceedsWithAnEmptyText) {
                L"{\"result\":0,\"signdata\":\"\",\"cert\":\"Q0VSVA==\",\"algid\":\"SHA1\","
                L"\"signalgid\":\"RSA\"}");
   EXPECT_TRUE(HasLine(Logged(0), "ERROR", "签名结果为空，ErrorCode:0"));
+}
+
+TEST_F(Pkcs1WithPin, ATextWithoutMemoryIsNoSuccess) {
+  Fake().certs[0].base64.assign(1 << 20, L'A');
+  ArrayAllocations::failFrom = 4 << 20;
+  ExpectFailure(0xE0000005, kFailed);
+  ArrayAllocations::Reset();
+  EXPECT_THAT(Fake().TakeCalls(), Contains(StartsWith("Logout(")));
 }
 
 TEST_F(Pkcs1WithPin, SuccessLogsItsEndAlone) {
