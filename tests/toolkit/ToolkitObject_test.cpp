@@ -1,6 +1,7 @@
 // The toolkit object by itself: construction, the last error, conversions, results.
 #include "OutputBuffer.h"
 #include "Session.h"
+#include "vctk.h"
 #include "VelUsbKeyErrorMessage.h"
 
 namespace {
@@ -55,6 +56,10 @@ TEST_F(ToolkitSession, FinalizingDropsTheQueueBeforeItClosesTheLibrary) {
   EXPECT_TRUE(m_toolkit.m_soCallQueue == nullptr);
   EXPECT_EQ(m_toolkit.m_pVelUsbKey, nullptr);
   EXPECT_TRUE(m_toolkit.Finalize());
+}
+
+TEST_F(ToolkitObject, AHandleWithoutALibraryIsFinalizedLikeAnyOther) {
+  EXPECT_EQ(VCTK_Finalize(new CVELClientTKImp), 0);
 }
 
 TEST_F(ToolkitObject, TheLastErrorIsReadWithoutChangingIt) {
