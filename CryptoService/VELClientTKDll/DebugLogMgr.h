@@ -1,22 +1,23 @@
 #pragma once
 /* The debug log. A statement is
  *
- *   CDebugLogMgr::MacroHelper(L"[ERROR] ", 3, L"File.cpp", L"Function", __LINE__)(L"code %d",
- * code);
+ *   CDebugLogMgr::MacroHelper(L"[ERROR] ", 3, L"File.cpp", L"Function", __LINE__)(L"%d", code);
  *
- * Levels     1 with "[INFO] ", 3 with "[ERROR] ". Lines of logLevel and above are logged; it is
- * read once, from section "loginfo" of "/var/log.ini", and is 1 without that file. Line       the
- * tag, "[P process] [T thread] [date time:microseconds] [file-function(line)]: ", the message (at
- * most 8191 characters), then "\r\n\r\n". File       "/tmp/PILog.txt": FF FE, then narrow text in
- * the locale of the process. Past 2 MiB its oldest fifth is cut away. When it cannot be opened, a
- * line is lost and a new name, relative to the working directory, is used from then on. Threads any
- * thread may log, and pays for formatting alone; one detached thread writes. Nothing is reported to
- * callers. Ending     the manager is destroyed at process exit or when the library is unloaded. It
- * gives the writer a second, drops the lines that are not written by then, and returns when the
- *            writer has ended. Later statements do nothing.
- * Process    the first statement takes the locale from the environment (setlocale(LC_ALL, "")). A
- *            forked child drops the lines that its parent will write and has a writer of its own
- *            from its first line on.
+ * Levels   1 with "[INFO] ", 3 with "[ERROR] ". Lines of logLevel and above are logged; it is read
+ *          once, from section "loginfo" of "/var/log.ini", and is 1 without that file.
+ * Line     the tag, "[P process] [T thread] [date time:microseconds] [file-function(line)]: ", the
+ *          message (at most 8191 characters), then "\r\n\r\n".
+ * File     "/tmp/PILog.txt": FF FE, then narrow text in the locale of the process. Past 2 MiB its
+ *          oldest fifth is cut away. When it cannot be opened, a line is lost and a new name,
+ *          relative to the working directory, is used from then on.
+ * Threads  any thread may log, and pays for formatting alone; one detached thread writes. Nothing
+ *          is reported to callers.
+ * Ending   the manager is destroyed at process exit or when the library is unloaded. It gives the
+ *          writer a second, drops the lines that are not written by then, and returns when the
+ *          writer has ended. Later statements do nothing.
+ * Process  the first statement takes the locale from the environment (setlocale(LC_ALL, "")). A
+ *          forked child drops the lines that its parent will write and has a writer of its own
+ *          from its first line on.
  */
 #include <pthread.h>
 #include <semaphore.h>

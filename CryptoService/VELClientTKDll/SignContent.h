@@ -10,8 +10,7 @@ class CSignContent {
  public:
   // Decodes the text when it is base64, else takes its narrow form: as many bytes as the text has
   // characters, so of text beyond ASCII only the first bytes are signed. Verifiers in the field
-  // count the same way. 0, 0xE0000003 when no byte results, or 0xE0000005
-  // without memory.
+  // count the same way. 0, 0xE0000003 when no byte results, or 0xE0000005 without memory.
   ULONG Take(CString text, BOOL bIsBase64);
 
   // The object's own; they live as long as it does. Not const, as the device interfaces ask.

@@ -10,6 +10,8 @@
  *             handle is made: the library calls setlocale(LC_ALL, "") once.
  *   results   0 is success, 1 to 11 are the codes below, -536870911 (0xE0000001) and the like are
  *             codes of the device library; VCTK_GetLastErrorMessage has their Chinese texts.
+ *             0xE0000005 also stands for exhausted memory. No exception comes out, but of
+ *             VCTK_Initialize when there is no memory for the handle.
  *   buffers   (char* pResult, int* pResultLen): with pResult null, *pResultLen becomes the bytes
  *             needed, terminator included, and the result is 0. Otherwise *pResultLen says how many
  *             bytes lie at pResult; too few give 4, the needed number in *pResultLen and an
@@ -154,7 +156,8 @@ VCTK_API int VCTK_P7SignStrEx(HANDLE handle, const char* lpszValue, int isBase64
                               int isIncludeCert);
 
 /* A PKCS#1 signature as by VCTK_P1Sign, wrapped into PKCS#7. The content is lpszValue as it
- * stands, base64 or not. The result may be a failure with code 0. The second function gives 10 when there is no
+ * stands, base64 or not. When the device library refuses to wrap, the first function returns 0 all
+ * the same and the result stays the earlier one, if any. The second gives 10 when there is no
  * result. */
 VCTK_API int VCTK_P7SignFromP1(HANDLE handle, const char* lpszValue, int isBase64, int isDetach);
 VCTK_API int VCTK_GetP7SignFromP1Result(HANDLE handle, char* pResult, int* pResultLen);
