@@ -43,26 +43,60 @@ void CloseToStatements() {
   for (int waited = 0; g_underWay.load() != 0 && waited < 1000; ++waited) SleepMillisecond();
 }
 
+// Fills an array with text and decimal numbers and cuts what does not fit. The formatter of the
+// system library takes as long for a prefix as all the rest of a line does.
+class PrefixWriter {
+ public:
+  explicit PrefixWriter(wchar_t (&out)[kPrefixCharacters])
+      : m_at(out), m_end(out + kPrefixCharacters - 1) {
+    *m_at = L'\0';
+  }
+
+  PrefixWriter& operator<<(const wchar_t* text) {
+    while (*text != L'\0' && m_at < m_end) *m_at++ = *text++;
+    *m_at = L'\0';
+    return *this;
+  }
+
+  // As "%0*d" does: the sign counts as a digit.
+  PrefixWriter& Number(int value, int digits) {
+    wchar_t reversed[16];
+    wchar_t* digit = reversed + 15;
+    *digit = L'\0';
+    const wchar_t* const enough = digit - digits + (value < 0 ? 1 : 0);
+    unsigned rest = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
+    for (; rest != 0 || digit > enough; rest /= 10)
+      *--digit = static_cast<wchar_t>(L'0' + rest % 10);
+    if (value < 0) *--digit = L'-';
+    return *this << digit;
+  }
+
+ private:
+  wchar_t* m_at;
+  wchar_t* const m_end;
+};
+
 bool FormatPrefix(wchar_t (&out)[kPrefixCharacters], LPCTSTR srcFile, LPCTSTR function,
                   DWORD line) {
   timeval now = {};
   tm local = {};
   if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) return false;
-  // The field behind the seconds shows the microseconds as they are, so it has three to six digits;
-  // those who read the log reckon with it.
-  const int date = swprintf(
-      out, kPrefixCharacters, L"[P%04d] [T%04d] [%04d-%02d-%02d %02d:%02d:%02d:%03d] ", getpid(),
-      static_cast<int>(pthread_self()), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-      local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec));
-  if (date < 0) return false;
-  wchar_t* const place = out + date;
-  const size_t room = kPrefixCharacters - static_cast<size_t>(date);
-  // What does not fit is cut; the array was cleared, which terminates it.
-  if (function != nullptr && *function != L'\0') {
-    swprintf(place, room, L"[%ls-%ls(%d)]: ", srcFile, function, static_cast<int>(line));
-  } else {
-    swprintf(place, room, L"[%ls(%d)]: ", srcFile, static_cast<int>(line));
-  }
+  PrefixWriter prefix(out);
+  prefix << L"[P";
+  prefix.Number(getpid(), 4) << L"] [T";
+  prefix.Number(static_cast<int>(pthread_self()), 4) << L"] [";
+  prefix.Number(local.tm_year + 1900, 4) << L"-";
+  prefix.Number(local.tm_mon + 1, 2) << L"-";
+  prefix.Number(local.tm_mday, 2) << L" ";
+  prefix.Number(local.tm_hour, 2) << L":";
+  prefix.Number(local.tm_min, 2) << L":";
+  prefix.Number(local.tm_sec, 2) << L":";
+  // The microseconds as they are, so this field has three to six digits; those who read the log
+  // reckon with it.
+  prefix.Number(static_cast<int>(now.tv_usec), 3) << L"] [" << srcFile;
+  if (function != nullptr && *function != L'\0') prefix << L"-" << function;
+  prefix << L"(";
+  prefix.Number(static_cast<int>(line), 1) << L")]: ";
   return true;
 }
 
@@ -135,6 +169,8 @@ CDebugLogMgr::CDebugLogMgr()
       m_logLevel(1),
       m_thread(0),
       exit_flag(0),
+      m_nameChanges(1),
+      m_folderMadeFor(0),
       m_writerId(0),
       m_writerEnded(false),
       m_writer(),
@@ -197,6 +233,7 @@ int CDebugLogMgr::GetLogLevel() {
 void CDebugLogMgr::SetLogFileName(LPCTSTR name) {
   const CVELCriticalGuard guard(m_csLogCache);
   m_strLogFileName = name;
+  ++m_nameChanges;
 }
 
 void CDebugLogMgr::SetLogHeader(LPCTSTR header) {
@@ -223,17 +260,23 @@ void CDebugLogMgr::EnableGlobalMode(BOOL enable) {
 
 struct CDebugLogMgr::LineSetting {
   wchar_t folder[kPathCharacters];  // empty when nothing is to be created
+  unsigned nameChanges;
   CString header;
 };
 
+// A line that still waits had its folder made when it was queued, and the system call is the
+// dearest part of a line; so lines behind it, in a burst, do without.
 CDebugLogMgr::LineSetting CDebugLogMgr::Setting() {
-  LineSetting setting = {};
+  LineSetting setting;
+  setting.folder[0] = L'\0';
   const CVELCriticalGuard guard(m_csLogCache);
   setting.header = m_strLogHeader;
+  setting.nameChanges = m_nameChanges;
   if (m_strLogFileName.IsEmpty()) {
     m_strLogFileName = kDefaultName;
-  } else {
+  } else if (m_folderMadeFor != m_nameChanges || m_logCacheHead == nullptr) {
     wcsncpy(setting.folder, m_strLogFileName, kPathCharacters - 1);
+    setting.folder[kPathCharacters - 1] = L'\0';
     PathRemoveFileSpecW(setting.folder);
   }
   return setting;
@@ -245,24 +288,25 @@ void CDebugLogMgr::OutputArgs(LPCTSTR type, int level, LPCTSTR srcFile, LPCTSTR 
   WithFunctionName(function != nullptr && *function != L'\0');
   if (srcFile == nullptr || format == nullptr) return;
   const LineSetting setting = Setting();
-  // For every line, since the folder may have been removed; a failure shows when the file is
+  // Again and again, since the folder may have been removed; a failure shows when the file is
   // opened.
   if (setting.folder[0] != L'\0') SHCreateDirectoryExW(nullptr, setting.folder, nullptr);
-  wchar_t prefix[kPrefixCharacters] = {};
+  wchar_t prefix[kPrefixCharacters];
   if (!FormatPrefix(prefix, srcFile, function, line)) return;
   const std::unique_ptr<wchar_t[]> message = FormatMessage(format, args);
   std::unique_ptr<LogCacheList> node(new (std::nothrow) LogCacheList());
   if (message == nullptr || node == nullptr) return;
   Join(node->strLog, {type == nullptr ? L"" : type, prefix, setting.header, message.get()});
-  Queue(node.release());
+  Queue(node.release(), setting.nameChanges);
 }
 
-void CDebugLogMgr::Queue(LogCacheList* node) {
+void CDebugLogMgr::Queue(LogCacheList* node, unsigned folderMadeFor) {
   int running;
   {
     const CVELCriticalGuard guard(m_csLogCache);
     (m_logCacheTail != nullptr ? m_logCacheTail->next : m_logCacheHead) = node;
     m_logCacheTail = node;
+    m_folderMadeFor = folderMadeFor;
     running = m_thread;
   }
   if (running == 0) CreateWriteLogThread();

@@ -108,7 +108,7 @@ class CDebugLogMgr {
   static void AfterForkInChild();
 
   LineSetting Setting();
-  void Queue(LogCacheList* node);
+  void Queue(LogCacheList* node, unsigned folderMadeFor);
   LogCacheList* TakeLine();
   void DiscardLines();
   bool Exiting() const;
@@ -121,6 +121,9 @@ class CDebugLogMgr {
   bool WriteLine(const CString& line);
   void AppendLine(const CString& line);
   void TruncateLog(DWORD size, DWORD percent);
+
+  unsigned m_nameChanges;    // of the file; guarded like it, as is the next
+  unsigned m_folderMadeFor;  // m_nameChanges when the folder was made for the last queued line
 
   CVELCritical m_csWriter;  // guards the two below
   int m_writerId;           // the kernel's number of the writer, 0 until it runs

