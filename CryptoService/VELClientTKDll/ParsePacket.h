@@ -7,10 +7,10 @@
  * Threads    one object, one thread at a time.
  */
 #include "SmartBuffer.h"
+#include "VELCstring.h"
 #include "VELInterface.h"
 
 class CPipeIPC;
-class CString;
 
 typedef int SOCKET;
 

@@ -8,8 +8,6 @@
 #include <type_traits>
 #include <vector>
 
-#include "VELCstring.h"
-
 namespace {
 
 using testing::ElementsAre;

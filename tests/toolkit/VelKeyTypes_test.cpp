@@ -6,8 +6,6 @@
 #include <cstring>
 #include <string>
 
-#include "VELCstring.h"
-
 // Sizes and offsets of the records are held by tests/contract. Their 8-byte fields stand at 4-byte
 // addresses, so gtest, which takes references, is given copies: ULONG(key.Reference).
 namespace {
