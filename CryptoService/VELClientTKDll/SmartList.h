@@ -39,15 +39,17 @@ class CSmartList : public ISmartList<T> {
   }
   long GetCount() override { return static_cast<long>(m_vecList.size()); }
   void Clear() override { m_vecList.clear(); }
+
+  // Copies the item at the index; leaves `out` alone when it is outside the list.
   long GetData(int index, T& out) override {
-    out = GetItem(index);
+    if (Has(index)) out = GetItem(index);
     return GetCount();
   }
   T& GetItem(int index) override { return m_vecList[static_cast<size_t>(index)]; }
 
   // Removes the item at the index; nothing when it is outside the list.
   void RemoveItem(int index) override {
-    if (index >= 0 && index < GetCount()) m_vecList.erase(m_vecList.begin() + index);
+    if (Has(index)) m_vecList.erase(m_vecList.begin() + index);
   }
 
   // Removes the first item that equals `item`; nothing when none does.
@@ -58,4 +60,7 @@ class CSmartList : public ISmartList<T> {
   T& operator[](int index) override { return m_vecList[static_cast<size_t>(index)]; }
 
   std::vector<T> m_vecList;
+
+ private:
+  bool Has(int index) { return index >= 0 && index < GetCount(); }
 };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <memory>
 #include <string>
 
@@ -42,6 +43,15 @@ TEST_F(SmartList, GetDataCopiesAndTellsTheCount) {
   EXPECT_EQ(out.text, "c");
   EXPECT_EQ(m_list.GetData(0, out), 4);
   EXPECT_EQ(out.text, "a");
+}
+
+TEST_F(SmartList, GetDataOutsideTheListOnlyTellsTheCount) {
+  Item out{7, "kept"};
+  for (int index : {-1, 4, INT_MIN, INT_MAX}) EXPECT_EQ(m_list.GetData(index, out), 4);
+  EXPECT_EQ(out.text, "kept");
+  CSmartList<Item> empty;
+  EXPECT_EQ(empty.GetData(0, out), 0);
+  EXPECT_EQ(out.text, "kept");
 }
 
 TEST_F(SmartList, ItemsAreReachedByReference) {
