@@ -117,7 +117,6 @@ class CStringT {
   ~CStringT() { Release(); }
   void Assign(const Self& other);
   void Swap(Self& other);
-  BOOL RoomBeforeWrite(int n);
 };
 
 class CString : public CStringT<CString, wchar_t> {

@@ -58,8 +58,8 @@ CString& CString::operator=(const wchar_t* text) {
   return *this;
 }
 
-// Counted by the locale, converted as UTF-8: where the two disagree the block still holds what was
-// counted, and the rest is cut.
+// Counted by the locale, converted as UTF-8: where the two disagree, what has no room in the block
+// that was counted gives the empty text.
 CString& CString::operator=(const char* text) {
   const size_t count = text == nullptr ? 0 : CountConverted(text);
   if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count), false)) {
