@@ -208,9 +208,8 @@ C* CStringT<Self, C>::GetBuffer(int n) {
   if (References(old) < 2 && old->nAllocLength >= n) return m_pchData;
   const int length = old->nDataLength;
   const int size = n > length ? n : length;
-  if (size == 0) Release();
-  if (size == 0) return m_pchData;
   if (!AllocBuffer(size)) return nullptr;
+  if (size == 0) return m_pchData;  // the old block went already
   Copy(m_pchData, old->data(), length);
   Release(old);
   return m_pchData;

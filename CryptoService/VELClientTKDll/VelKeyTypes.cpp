@@ -9,13 +9,13 @@ struct Name {
   int value;
 };
 
-constexpr Name HASH_NAMES[] = {
+constexpr Name kHashNames[] = {
     {L"MD2", VEL_HASH_ALG_MD2},       {L"MD5", VEL_HASH_ALG_MD5},
     {L"SHA1", VEL_HASH_ALG_SHA1},     {L"SHA256", VEL_HASH_ALG_SHA256},
     {L"SHA512", VEL_HASH_ALG_SHA512}, {L"SM3", VEL_HASH_ALG_SM3},
 };
 
-constexpr Name INTERFACE_NAMES[] = {
+constexpr Name kInterfaceNames[] = {
     {L"SKF11", VEL_CRYPTO_INTERFACE_TYPE_SKF},
     {L"SKF", VEL_CRYPTO_INTERFACE_TYPE_SKF},
     {L"P11", VEL_CRYPTO_INTERFACE_TYPE_P11},
@@ -47,13 +47,13 @@ int ValueOf(const Name (&table)[N], const wchar_t* text) {
 }  // namespace
 
 CString StrHashAlg(VEL_HASH_ALG alg) {
-  for (const Name& name : HASH_NAMES)
+  for (const Name& name : kHashNames)
     if (name.value == alg && alg != VEL_HASH_ALG_SHA512) return name.text;
   return L"UNKNOWN";
 }
 
 VEL_HASH_ALG EnumHashAlg(const wchar_t* name) {
-  return static_cast<VEL_HASH_ALG>(ValueOf(HASH_NAMES, name));
+  return static_cast<VEL_HASH_ALG>(ValueOf(kHashNames, name));
 }
 
 CString StrAsymmAlg(VEL_ASYMM_ALG alg) {
@@ -70,5 +70,5 @@ CString StrAsymmAlg(VEL_ASYMM_ALG alg) {
 }
 
 VEL_CRYPTO_INTERFACE_TYPE EnumCryptoInterfaceType(const wchar_t* name) {
-  return static_cast<VEL_CRYPTO_INTERFACE_TYPE>(ValueOf(INTERFACE_NAMES, name));
+  return static_cast<VEL_CRYPTO_INTERFACE_TYPE>(ValueOf(kInterfaceNames, name));
 }

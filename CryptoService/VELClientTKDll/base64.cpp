@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const char* ALPHABET = CBase64::s_chBase64EncodingTable;
+constexpr const char* kAlphabet = CBase64::s_chBase64EncodingTable;
 
 // Two characters for each 12 bits, as they lie in the text: half the lookups of single ones.
 struct Pair {
@@ -22,23 +22,23 @@ struct Pair {
 
 constexpr std::array<Pair, 4096> MakePairs() {
   std::array<Pair, 4096> pairs{};
-  for (size_t i = 0; i < pairs.size(); ++i) pairs[i] = {ALPHABET[i >> 6], ALPHABET[i & 63]};
+  for (size_t i = 0; i < pairs.size(); ++i) pairs[i] = {kAlphabet[i >> 6], kAlphabet[i & 63]};
   return pairs;
 }
-constexpr std::array<Pair, 4096> PAIRS = MakePairs();
+constexpr std::array<Pair, 4096> kPairs = MakePairs();
 
-constexpr uint32_t INVALID = 1u << 24;  // beside the 24 bits of a group
+constexpr uint32_t kInvalid = 1u << 24;  // beside the 24 bits of a group
 
-// The bits of each character at one place of a group, INVALID for what is not of the alphabet.
+// The bits of each character at one place of a group, kInvalid for what is not of the alphabet.
 typedef std::array<uint32_t, 256> Place;
 constexpr Place MakePlace(int shift) {
   Place place{};
-  for (uint32_t& bits : place) bits = INVALID;
-  for (uint32_t i = 0; i < 64; ++i) place[static_cast<unsigned char>(ALPHABET[i])] = i << shift;
+  for (uint32_t& bits : place) bits = kInvalid;
+  for (uint32_t i = 0; i < 64; ++i) place[static_cast<unsigned char>(kAlphabet[i])] = i << shift;
   return place;
 }
-constexpr Place PLACE0 = MakePlace(18), PLACE1 = MakePlace(12), PLACE2 = MakePlace(6),
-                PLACE3 = MakePlace(0);
+constexpr Place kPlace0 = MakePlace(18), kPlace1 = MakePlace(12), kPlace2 = MakePlace(6),
+                kPlace3 = MakePlace(0);
 
 // An upper bound of the text's length, with the terminator.
 size_t EncodedBound(size_t bytes, bool padded, bool broken, size_t line) {
@@ -48,8 +48,8 @@ size_t EncodedBound(size_t bytes, bool padded, bool broken, size_t line) {
 }
 
 wchar_t* EncodeGroup(uint64_t bits, wchar_t* out) {
-  memcpy(out, &PAIRS[bits >> 12 & 0xfff], sizeof(Pair));
-  memcpy(out + 2, &PAIRS[bits & 0xfff], sizeof(Pair));
+  memcpy(out, &kPairs[bits >> 12 & 0xfff], sizeof(Pair));
+  memcpy(out + 2, &kPairs[bits & 0xfff], sizeof(Pair));
   return out + 4;
 }
 
@@ -69,9 +69,9 @@ wchar_t* EncodeGroups(const unsigned char* in, size_t groups, wchar_t* out) {
 
 wchar_t* EncodeTail(const unsigned char* in, size_t bytes, bool padded, wchar_t* out) {
   const uint32_t bits = uint32_t(in[0]) << 16 | (bytes > 1 ? uint32_t(in[1]) << 8 : 0);
-  *out++ = ALPHABET[bits >> 18];
-  *out++ = ALPHABET[bits >> 12 & 63];
-  if (bytes > 1) *out++ = ALPHABET[bits >> 6 & 63];
+  *out++ = kAlphabet[bits >> 18];
+  *out++ = kAlphabet[bits >> 12 & 63];
+  if (bytes > 1) *out++ = kAlphabet[bits >> 6 & 63];
   for (size_t i = bytes; padded && i < 3; ++i) *out++ = '=';
   return out;
 }
@@ -92,15 +92,15 @@ wchar_t* EncodeLines(const unsigned char* in, size_t bytes, size_t perLine, bool
   return tail == 0 ? out : EncodeTail(in + groups * 3, tail, padded, out);
 }
 
-// Four characters in a row to 24 bits; INVALID is set when one is not of the alphabet.
+// Four characters in a row to 24 bits; kInvalid is set when one is not of the alphabet.
 inline uint32_t GroupBits(const wchar_t* in) {
   static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ && sizeof(wchar_t) == 4,
                 "two characters are taken from one load");
   uint64_t front, back;
   memcpy(&front, in, sizeof(front));
   memcpy(&back, in + 2, sizeof(back));
-  if ((front | back) & 0xffffff00ffffff00) return INVALID;
-  return PLACE0[front & 255] | PLACE1[front >> 32] | PLACE2[back & 255] | PLACE3[back >> 32];
+  if ((front | back) & 0xffffff00ffffff00) return kInvalid;
+  return kPlace0[front & 255] | kPlace1[front >> 32] | kPlace2[back & 255] | kPlace3[back >> 32];
 }
 
 // Pairs of whole groups up to the first that is interrupted; returns the groups. Each store has
@@ -109,7 +109,7 @@ size_t DecodeGroups(const wchar_t* in, size_t groups, unsigned char* out) {
   size_t done = 0;
   for (; done + 2 <= groups; done += 2, in += 8, out += 6) {
     const uint32_t first = GroupBits(in), second = GroupBits(in + 4);
-    if ((first | second) & INVALID) break;
+    if ((first | second) & kInvalid) break;
     const uint64_t bytes = htobe64(uint64_t(first) << 40 | uint64_t(second) << 16);
     memcpy(out, &bytes, sizeof(bytes));
   }
@@ -164,8 +164,8 @@ bool CBase64::DecodeInto(const wchar_t* pText, size_t nLength, unsigned char* pR
       count = written;
     }
     const uint32_t c = static_cast<uint32_t>(*at);
-    if (c > 255 || PLACE3[c] == INVALID) continue;
-    bits |= PLACE3[c] << (18 - 6 * collected);
+    if (c > 255 || kPlace3[c] == kInvalid) continue;
+    bits |= kPlace3[c] << (18 - 6 * collected);
     if (++collected < 4) continue;
     emit(3);
     bits = collected = 0;
