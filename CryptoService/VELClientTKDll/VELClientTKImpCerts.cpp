@@ -59,8 +59,9 @@ BOOL CVELClientTKImp::GetCertList(LPCSTR pSeparatorCert, LPCSTR pSeparatorCertIt
   m_strCertList.Empty();
   CString text;
   if (!Succeed(GetCertInfoSet(pSeparatorCert, pSeparatorCertItem, text))) return FALSE;
-  if (text.IsEmpty()) return Succeed(kErrorNoDataYet);
   m_strCertList = static_cast<const wchar_t*>(text);
+  // A name that is no text empties the whole list; that must not read as "no certificates".
+  if (m_strCertList.IsEmpty()) return Succeed(kErrorNoDataYet);
   *pResultLen = m_strCertList.GetLength() + 1;
   return TRUE;
 }

@@ -127,6 +127,16 @@ TEST_F(CertificateSelection, AListThatReadsEmptyIsAnError) {
   EXPECT_EQ(m_toolkit.GetCertInfoSet(L"|", L"", list), 0xE000000Eu);
 }
 
+TEST_F(CertificateSelection, AListThatIsNoTextIsNotReady) {
+  FakeCert cert;
+  cert.subject = {L'C', L'N', L'=', wchar_t(0xD800)};
+  Fake().certs = {FakeCert(), cert};
+  int length = 7;
+  EXPECT_EQ(m_toolkit.GetCertList("|", ";", nullptr, &length), FALSE);
+  EXPECT_EQ(m_toolkit.m_LastError, 0xE0000084u);
+  EXPECT_EQ(length, 7);
+}
+
 TEST_F(CertificateSelection, FailuresOfTheManagerAreTheListsOwn) {
   PlugInThree();
   for (const char* operation : {"AddKeyEx", "Initialize", "GetCertList"}) {
