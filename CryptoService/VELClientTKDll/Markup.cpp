@@ -86,7 +86,8 @@ void CMarkup::x_SetPos(int iPosParent, int iPos, int iPosChild) {
 
 bool CMarkup::FindElem(MarkupCStr name) {
   if ((m_nDocFlags & MDF_WRITEFILE) != 0 || m_pElemPosTree->GetSize() == 0) return false;
-  const int found = x_FindElem(m_iPosParent, m_iPos, PathPos(name));
+  const int found = name.IsEmpty() ? x_NextElem(m_iPosParent, m_iPos)
+                                   : x_FindElem(m_iPosParent, m_iPos, PathPos(name));
   if (found == 0) return false;
   x_SetPos(x_Elem(found).iElemParent, found, 0);
   return true;
@@ -116,7 +117,7 @@ bool CMarkup::OutOfElem() {
 int CMarkup::x_FindElem(int iPosParent, int iPos, PathPos path) const {
   if (!path.ParsePath() || (path.IsPath() && !path.IsRelative())) return 0;
   if (m_pElemPosTree->GetSize() == 0) return 0;
-  iPos = iPos != 0 ? x_Elem(iPos).iElemNext : x_Elem(iPosParent).iElemChild;
+  iPos = x_NextElem(iPosParent, iPos);
   if (!path.IsPath()) return iPos;
   TokenPos token(m_strDoc.c_str(), m_nDocFlags);
   for (; iPos != 0; iPos = x_Elem(iPos).iElemNext) {

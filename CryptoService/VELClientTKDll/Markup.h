@@ -211,6 +211,9 @@ class CMarkup : public MarkupFlags {
   void x_ReportLoneEndTag(int iPosParent, const TokenPos& token, const NodePos& node);
   void x_ReportFault(int iPosParent, TokenPos& token, NodePos& node);
   void x_SetIllFormed(int iPos, int nFlags);
+  int x_NextElem(int iPosParent, int iPos) const {
+    return iPos != 0 ? x_Elem(iPos).iElemNext : x_Elem(iPosParent).iElemChild;
+  }
 
   static bool BeginsCharUTF8(const char* p, const char* end);
   bool x_AddElem(MarkupCStr name, MarkupCStr data, int flags);

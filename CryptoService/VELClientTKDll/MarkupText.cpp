@@ -130,14 +130,14 @@ std::wstring CMarkup::EscapeText(MarkupCStr text, int flags) {
 }
 
 std::wstring CMarkup::UnescapeText(MarkupCStr text, int length) {
-  std::wstring result;
-  if (text == nullptr) return result;
+  if (text == nullptr) return std::wstring();
   const wchar_t* p = text;
   const wchar_t* const end = p + (length < 0 ? wcslen(p) : static_cast<size_t>(length));
+  const wchar_t* ampersand = wmemchr(p, L'&', end - p);
+  if (ampersand == nullptr) return std::wstring(p, end);
+  std::wstring result;
   result.reserve(end - p);
-  while (p != end) {
-    const wchar_t* const ampersand = wmemchr(p, L'&', end - p);
-    if (ampersand == nullptr) break;
+  for (; ampersand != nullptr; ampersand = wmemchr(p, L'&', end - p)) {
     result.append(p, ampersand);
     p = ampersand + 1;
     ReferenceName name;

@@ -101,25 +101,28 @@ int TokenPos::StrNIACmp(const wchar_t* p1, const wchar_t* p2, int nLen) {
   return 0;
 }
 
-bool TokenPos::Match(const wchar_t* name) const {
-  const int length = Length();
-  const int order = (m_nTokenFlags & MDF_IGNORECASE) != 0 ? StrNIACmp(GetTokenPtr(), name, length)
-                                                          : wcsncmp(GetTokenPtr(), name, length);
-  return order == 0 && (name[length] == 0 || wcschr(L" =/[]", name[length]) != nullptr);
-}
-
-bool TokenPos::MatchTag(const wchar_t* name) const {
+// The loops below compare a few characters, for which a call of the system library takes longer.
+inline bool TokenPos::BeginsName(const wchar_t* name) const {
   const int length = Length();
   const wchar_t* const token = GetTokenPtr();
-  if ((m_nTokenFlags & MDF_IGNORECASE) != 0) {
-    if (StrNIACmp(token, name, length) != 0) return false;
-  } else {
-    // No character of the token ends a name, so this goes nowhere behind the name's end.
-    for (int i = 0; i < length; ++i) {
-      if (token[i] != name[i]) return false;
-    }
+  if ((m_nTokenFlags & MDF_IGNORECASE) != 0) return StrNIACmp(token, name, length) == 0;
+  for (int i = 0; i < length; ++i) {
+    if (token[i] != name[i]) return false;
   }
-  return IsNameEnd(name[length]) || name[length] == L'[' || name[length] == L']';
+  return true;
+}
+
+bool TokenPos::Match(const wchar_t* name) const {
+  if (!BeginsName(name)) return false;
+  const wchar_t next = name[Length()];
+  return next == 0 || next == L' ' || next == L'/' || next == L'=' || next == L'[' || next == L']';
+}
+
+// No character of the token ends a name, so this goes nowhere behind the name's end.
+bool TokenPos::MatchTag(const wchar_t* name) const {
+  if (!BeginsName(name)) return false;
+  const wchar_t next = name[Length()];
+  return IsNameEnd(next) || next == L'[' || next == L']';
 }
 
 void TokenPos::ReadTagName() {

@@ -82,6 +82,7 @@ struct TokenPos {
   FilePos* m_pReaderFilePos;
 
  private:
+  bool BeginsName(const wchar_t* name) const;
   int EndNode(NodePos& node, int nNodeType, const wchar_t* end);
   int Unterminated(NodePos& node, const wchar_t* kind);
   int SyntaxError(NodePos& node, const wchar_t* result, const wchar_t* at);
