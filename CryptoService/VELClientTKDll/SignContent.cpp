@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -9,13 +10,34 @@
 #include "DeviceErrorCodes.h"
 #include "LargeBlock.h"
 
-// The text, four bytes a character, goes with the end of this.
-ULONG CSignContent::Take(CString text, BOOL bIsBase64) {
-  return bIsBase64 ? Decode(text) : Narrow(text);
+namespace {
+
+// Such a text is converted alike by every locale, character by character.
+bool IsAscii(const char* text, size_t length) {
+  unsigned char all = 0;
+  for (size_t i = 0; i < length; ++i) all |= static_cast<unsigned char>(text[i]);
+  return all < 0x80;
 }
 
-ULONG CSignContent::Decode(const CString& text) {
-  const size_t length = static_cast<size_t>(text.GetLength());
+}  // namespace
+
+// The text, four bytes a character, goes with the end of this.
+ULONG CSignContent::Take(CString text, BOOL bIsBase64) {
+  if (!bIsBase64) return Narrow(text);
+  return Decode(static_cast<const wchar_t*>(text), static_cast<size_t>(text.GetLength()));
+}
+
+ULONG CSignContent::TakeNarrow(LPCSTR text, BOOL bIsBase64) {
+  const size_t length = strlen(text);
+  if (bIsBase64 && length != 0 && length <= INT_MAX && IsAscii(text, length)) {
+    return Decode(text, length);
+  }
+  CString wide(text);
+  return wide.IsEmpty() ? ULONG(kErrorInvalidHandle) : Take(std::move(wide), bIsBase64);
+}
+
+template <typename C>
+ULONG CSignContent::Decode(const C* text, size_t length) {
   const size_t room = length / 4 * 3 + 3;
   m_decoded.reset(new (std::nothrow) BYTE[room]);
   if (m_decoded == nullptr) return kErrorNoMemory;

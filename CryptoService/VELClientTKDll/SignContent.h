@@ -13,12 +13,17 @@ class CSignContent {
   // count the same way. 0, 0xE0000003 when no byte results, or 0xE0000005 without memory.
   ULONG Take(CString text, BOOL bIsBase64);
 
+  // The same for the narrow text that stands for it, without the four bytes a character where
+  // they would change nothing. 0xE000000B when the text is empty or cannot be converted.
+  ULONG TakeNarrow(LPCSTR text, BOOL bIsBase64);
+
   // The object's own; they live as long as it does. Not const, as the device interfaces ask.
   BYTE* GetBytes() const { return m_bytes; }
   DWORD GetSize() const { return m_size; }
 
  private:
-  ULONG Decode(const CString& text);
+  template <typename C>
+  ULONG Decode(const C* text, size_t length);
   ULONG Narrow(const CString& text);
 
   std::unique_ptr<BYTE[]> m_decoded;

@@ -20,6 +20,8 @@
 #include "VelKeyTypes.h"
 #include "VELUsbKeyDll.h"
 
+class CSignContent;
+
 class CVELClientTKImp {
  public:
   CVELClientTKImp();
@@ -144,6 +146,13 @@ class CVELClientTKImp {
   FilterList FiltersWith(VEL_CERT_FILTER_TYPE useFilter, const wchar_t* use) const;
   FilterList SigningFilters() const;
 
+  // Narrow and wide operations meet here, behind the tests of their arguments.
+  ULONG TakeContent(LPCSTR lpszValue, BOOL bIsBase64, CSignContent& content);
+  ULONG SignPkcs1(const CSignContent& content, CString& strSignature);
+  ULONG SignPkcs7(const CSignContent& content, BOOL bIsDetach, BOOL bIncludeCert,
+                  CString& strResult);
+  ULONG SignPkcs7WithPin(const CSignContent& content, BOOL bIsDetach, BOOL bIncludeCert,
+                         CString& strResult);
   ULONG FinishSignature(ULONG code, DeviceManager& manager, CSmartBuffer& signature,
                         CString& strResult);
   ULONG SignWithPin(const CString& strSN, const CString& strPIN, CString strOrg, BOOL bIsBase64,

@@ -112,19 +112,29 @@ class PinSession {
 
 BOOL CVELClientTKImp::P1Sign(LPCSTR lpszValue, BOOL bIsBase64) {
   if (lpszValue == nullptr) return Succeed(kErrorInvalidParameter);
-  return Succeed(P1SignEx(CString(lpszValue), bIsBase64, m_P1SignResultBase64));
+  CSignContent content;
+  const ULONG code = TakeContent(lpszValue, bIsBase64, content);
+  return Succeed(code != 0 ? code : SignPkcs1(content, m_P1SignResultBase64));
+}
+
+ULONG CVELClientTKImp::P1SignEx(CString strValue, BOOL bIsBase64, CString& strSignature) {
+  if (m_pVelUsbKey == nullptr || strValue.IsEmpty()) return kErrorInvalidHandle;
+  CSignContent content;
+  const ULONG code = content.Take(std::move(strValue), bIsBase64);
+  return code != 0 ? code : SignPkcs1(content, strSignature);
+}
+
+ULONG CVELClientTKImp::TakeContent(LPCSTR lpszValue, BOOL bIsBase64, CSignContent& content) {
+  if (m_pVelUsbKey == nullptr) return kErrorInvalidHandle;
+  return content.TakeNarrow(lpszValue, bIsBase64);
 }
 
 // strSignature is written on success only: hosts go on reading the earlier signature after a
 // failure.
-ULONG CVELClientTKImp::P1SignEx(CString strValue, BOOL bIsBase64, CString& strSignature) {
-  if (m_pVelUsbKey == nullptr || strValue.IsEmpty()) return kErrorInvalidHandle;
-  CSignContent content;
-  ULONG code = content.Take(std::move(strValue), bIsBase64);
-  if (code != 0) return code;
+ULONG CVELClientTKImp::SignPkcs1(const CSignContent& content, CString& strSignature) {
   DeviceManager manager;
   CertDialog dialog;
-  code = PrepareWithDialog(manager, dialog);
+  ULONG code = PrepareWithDialog(manager, dialog);
   if (code != 0) return code;
   FilterList filters = SigningFilters();
   CertList certs;

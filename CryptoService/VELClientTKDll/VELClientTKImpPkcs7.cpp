@@ -41,19 +41,25 @@ bool Assemble(IVELKeyAuxClass& aux, tag_VEL_P1_TO_P7_PARAM& parameters, CString&
 
 BOOL CVELClientTKImp::P7Sign(LPCSTR lpszValue, BOOL bIsBase64, BOOL bIsDetach, BOOL bIncludeCert) {
   if (lpszValue == nullptr) return Succeed(kErrorInvalidParameter);
-  return Succeed(
-      P7SignEx(CString(lpszValue), bIsBase64, bIsDetach, bIncludeCert, m_P7SignResultBase64));
+  CSignContent content;
+  const ULONG code = TakeContent(lpszValue, bIsBase64, content);
+  if (code != 0) return Succeed(code);
+  return Succeed(SignPkcs7(content, bIsDetach, bIncludeCert, m_P7SignResultBase64));
 }
 
 ULONG CVELClientTKImp::P7SignEx(CString strValue, BOOL bIsBase64, BOOL bIsDetach, BOOL bIncludeCert,
                                 CString& strResult) {
   if (m_pVelUsbKey == nullptr || strValue.IsEmpty()) return kErrorInvalidHandle;
   CSignContent content;
-  ULONG code = content.Take(std::move(strValue), bIsBase64);
-  if (code != 0) return code;
+  const ULONG code = content.Take(std::move(strValue), bIsBase64);
+  return code != 0 ? code : SignPkcs7(content, bIsDetach, bIncludeCert, strResult);
+}
+
+ULONG CVELClientTKImp::SignPkcs7(const CSignContent& content, BOOL bIsDetach, BOOL bIncludeCert,
+                                 CString& strResult) {
   DeviceManager manager;
   CertDialog dialog;
-  code = PrepareWithDialog(manager, dialog);
+  ULONG code = PrepareWithDialog(manager, dialog);
   if (code != 0) return code;
   // By key usage here, by key spec for PKCS#1; an empty list still goes to the dialog.
   FilterList filters = FiltersWith(VEL_CERT_FILTER_KEY_USAGE, kSigningUsage);
@@ -74,20 +80,26 @@ ULONG CVELClientTKImp::P7SignEx(CString strValue, BOOL bIsBase64, BOOL bIsDetach
 ULONG CVELClientTKImp::P7SignForManager(LPCSTR lpszValue, BOOL bIsBase64, BOOL bIsDetach,
                                         BOOL bIncludeCert) {
   if (lpszValue == nullptr) return Succeed(kErrorInvalidParameter);
-  return Succeed(P7SignForManagerEx(CString(lpszValue), bIsBase64, bIsDetach, bIncludeCert,
-                                    m_P7SignResultBase64));
+  CSignContent content;
+  const ULONG code = TakeContent(lpszValue, bIsBase64, content);
+  if (code != 0) return Succeed(code);
+  return Succeed(SignPkcs7WithPin(content, bIsDetach, bIncludeCert, m_P7SignResultBase64));
 }
 
-// After a failure the device library keeps the PIN, and the object keeps it always: hosts sign
-// again without setting it anew.
 ULONG CVELClientTKImp::P7SignForManagerEx(CString strValue, BOOL bIsBase64, BOOL bIsDetach,
                                           BOOL bIncludeCert, CString& strResult) {
   if (m_pVelUsbKey == nullptr || strValue.IsEmpty()) return kErrorInvalidHandle;
   CSignContent content;
-  ULONG code = content.Take(std::move(strValue), bIsBase64);
-  if (code != 0) return code;
+  const ULONG code = content.Take(std::move(strValue), bIsBase64);
+  return code != 0 ? code : SignPkcs7WithPin(content, bIsDetach, bIncludeCert, strResult);
+}
+
+// After a failure the device library keeps the PIN, and the object keeps it always: hosts sign
+// again without setting it anew.
+ULONG CVELClientTKImp::SignPkcs7WithPin(const CSignContent& content, BOOL bIsDetach,
+                                        BOOL bIncludeCert, CString& strResult) {
   DeviceManager manager;
-  code = PrepareDeviceManager(manager);
+  ULONG code = PrepareDeviceManager(manager);
   if (code != 0) return code;
   if (m_SelectCertList.GetCount() == 0) return kErrorNoCertChosen;
   VEL_HASH_ALG digest = VEL_HASH_ALG_UNKNOWN;
@@ -119,7 +131,7 @@ BOOL CVELClientTKImp::GetP7SignFromP1Result(LPSTR pResult, INT* pResultLen) {
 
 BOOL CVELClientTKImp::P7SignFromP1(LPCSTR lpszValue, BOOL bIsBase64, BOOL bIsDetach) {
   if (lpszValue == nullptr) return Succeed(kErrorInvalidParameter);
-  const bool isSigned = Succeed(P1SignEx(CString(lpszValue), bIsBase64, m_P1SignResultBase64));
+  const bool isSigned = P1Sign(lpszValue, bIsBase64);
   if (!isSigned || m_P1SignResultBase64.IsEmpty()) {
     m_P7SignResultBase64.Empty();
     return FALSE;

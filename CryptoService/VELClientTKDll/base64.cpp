@@ -103,9 +103,23 @@ inline uint32_t GroupBits(const wchar_t* in) {
   return kPlace0[front & 255] | kPlace1[front >> 32] | kPlace2[back & 255] | kPlace3[back >> 32];
 }
 
+inline uint32_t GroupBits(const char* in) {
+  unsigned char at[4];
+  memcpy(at, in, sizeof(at));
+  return kPlace0[at[0]] | kPlace1[at[1]] | kPlace2[at[2]] | kPlace3[at[3]];
+}
+
+uint32_t CodeOf(wchar_t c) {
+  return static_cast<uint32_t>(c);
+}
+uint32_t CodeOf(char c) {
+  return static_cast<unsigned char>(c);
+}
+
 // Pairs of whole groups up to the first that is interrupted; returns the groups. Each store has
 // two bytes more than its groups.
-size_t DecodeGroups(const wchar_t* in, size_t groups, unsigned char* out) {
+template <typename C>
+size_t DecodeGroups(const C* in, size_t groups, unsigned char* out) {
   size_t done = 0;
   for (; done + 2 <= groups; done += 2, in += 8, out += 6) {
     const uint32_t first = GroupBits(in), second = GroupBits(in + 4);
@@ -114,6 +128,42 @@ size_t DecodeGroups(const wchar_t* in, size_t groups, unsigned char* out) {
     memcpy(out, &bytes, sizeof(bytes));
   }
   return done;
+}
+
+template <typename C>
+bool DecodeText(const C* pText, size_t nLength, unsigned char* pResult, size_t nRoom,
+                unsigned long* pnResultLen) {
+  const C* const end = pText + nLength;
+  size_t count = 0, written = 0;
+  bool fits = true;
+  uint32_t bits = 0;
+  unsigned collected = 0;
+  const auto emit = [&](unsigned bytes) {
+    fits = fits && bytes <= nRoom - written;
+    for (unsigned i = 0; fits && i < bytes; ++i)
+      pResult[written++] = static_cast<unsigned char>(bits >> (16 - 8 * i));
+    count += bytes;
+  };
+  for (const C* at = pText; at != end; ++at) {
+    if (collected == 0 && fits) {
+      // One group stays behind, for the bytes that the last store has too many.
+      const size_t whole = std::min(static_cast<size_t>(end - at) / 4, (nRoom - written) / 3);
+      const size_t done = whole == 0 ? 0 : DecodeGroups(at, whole - 1, pResult + written);
+      at += done * 4;
+      written += done * 3;
+      count = written;
+    }
+    const uint32_t c = CodeOf(*at);
+    if (c > 255 || kPlace3[c] == kInvalid) continue;
+    bits |= kPlace3[c] << (18 - 6 * collected);
+    if (++collected < 4) continue;
+    emit(3);
+    bits = collected = 0;
+  }
+  if (collected > 1) emit(collected - 1);
+  memset(pResult + written, 0, nRoom - written);
+  *pnResultLen = count;
+  return fits;
 }
 
 }  // namespace
@@ -143,37 +193,12 @@ void CBase64::EncodeInto(const void* pBuffer, size_t nBufferSize, wchar_t* pResu
 
 bool CBase64::DecodeInto(const wchar_t* pText, size_t nLength, unsigned char* pResult, size_t nRoom,
                          unsigned long* pnResultLen) {
-  const wchar_t* const end = pText + nLength;
-  size_t count = 0, written = 0;
-  bool fits = true;
-  uint32_t bits = 0;
-  unsigned collected = 0;
-  const auto emit = [&](unsigned bytes) {
-    fits = fits && bytes <= nRoom - written;
-    for (unsigned i = 0; fits && i < bytes; ++i)
-      pResult[written++] = static_cast<unsigned char>(bits >> (16 - 8 * i));
-    count += bytes;
-  };
-  for (const wchar_t* at = pText; at != end; ++at) {
-    if (collected == 0 && fits) {
-      // One group stays behind, for the bytes that the last store has too many.
-      const size_t whole = std::min(static_cast<size_t>(end - at) / 4, (nRoom - written) / 3);
-      const size_t done = whole == 0 ? 0 : DecodeGroups(at, whole - 1, pResult + written);
-      at += done * 4;
-      written += done * 3;
-      count = written;
-    }
-    const uint32_t c = static_cast<uint32_t>(*at);
-    if (c > 255 || kPlace3[c] == kInvalid) continue;
-    bits |= kPlace3[c] << (18 - 6 * collected);
-    if (++collected < 4) continue;
-    emit(3);
-    bits = collected = 0;
-  }
-  if (collected > 1) emit(collected - 1);
-  memset(pResult + written, 0, nRoom - written);
-  *pnResultLen = count;
-  return fits;
+  return DecodeText(pText, nLength, pResult, nRoom, pnResultLen);
+}
+
+bool CBase64::DecodeInto(const char* pText, size_t nLength, unsigned char* pResult, size_t nRoom,
+                         unsigned long* pnResultLen) {
+  return DecodeText(pText, nLength, pResult, nRoom, pnResultLen);
 }
 
 unsigned char* CBase64::Decode(const wchar_t* lpszSource, unsigned long* pnResultLen) {

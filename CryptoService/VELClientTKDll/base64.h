@@ -30,6 +30,8 @@ class CBase64 {
   // room: then only the groups before the first without room are written.
   static bool DecodeInto(const wchar_t* pText, size_t nLength, unsigned char* pResult, size_t nRoom,
                          unsigned long* pnResultLen);
+  static bool DecodeInto(const char* pText, size_t nLength, unsigned char* pResult, size_t nRoom,
+                         unsigned long* pnResultLen);
 
   // The encoder itself: one padded line of EncodedLength(nBufferSize) characters, no terminator.
   static void EncodeInto(const void* pBuffer, size_t nBufferSize, wchar_t* pResult);
