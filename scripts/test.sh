@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# test.sh [--release] [--clang] [--asan] [--all]: builds and runs all the tests, by default
-# optimised and with the address and undefined-behaviour sanitizers; --clang is the build by
-# clang, --all everything. Extra packages are installed when they may be.
+# test.sh [--release] [--clang] [--asan] [--all] [--preset=NAME]: builds and runs all the tests, by
+# default optimised and with the address and undefined-behaviour sanitizers; --clang is the build by
+# clang, --all these three, --preset any of CMakePresets.json.
 # shellcheck source=scripts/common.sh
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -13,7 +13,8 @@ for option in "$@"; do
     --clang) presets+=(clang) setup=(--all) ;;
     --asan) presets+=(asan-ubsan) ;;
     --all) presets+=(release clang asan-ubsan) setup=(--all) ;;
-    *) die "usage: test.sh [--release] [--clang] [--asan] [--all]" ;;
+    --preset=*) presets+=("${option#*=}") ;;
+    *) die "usage: test.sh [--release] [--clang] [--asan] [--all] [--preset=NAME]" ;;
   esac
 done
 [ ${#presets[@]} -gt 0 ] || presets=(release asan-ubsan)
@@ -29,7 +30,7 @@ number() {
 
 run_tests() {
   local preset=$1 folder=$root/build/$1 runner=() status=0
-  case $preset in asan*) runner=("${fixed_addresses[@]}") ;; esac
+  case $preset in *san*) runner=("${fixed_addresses[@]}") ;; esac
   rm -f "$folder/tests.xml"
   "${runner[@]}" ctest --test-dir "$folder" -j "$jobs" --output-on-failure \
     --output-junit "$folder/tests.xml" >"$folder/tests.log" 2>&1 </dev/null || status=$?

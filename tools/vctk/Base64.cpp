@@ -1,7 +1,8 @@
 #include "Base64.h"
 
 #include <stdint.h>
-#include <string.h>
+
+#include <array>
 
 namespace vctk {
 namespace {
@@ -12,10 +13,16 @@ uint32_t Byte(const std::string& bytes, size_t at) {
   return at < bytes.size() ? static_cast<unsigned char>(bytes[at]) : 0;
 }
 
-// 0 to 63, or 64 for what is no digit.
-uint32_t ValueOf(char c) {
-  const char* const found = c == '\0' ? nullptr : strchr(kDigits, c);
-  return found == nullptr ? 64 : static_cast<uint32_t>(found - kDigits);
+const unsigned char kNoDigit = 64;
+
+// The values 0 to 63 of the digits, by character.
+std::array<unsigned char, 256> DigitValues() {
+  std::array<unsigned char, 256> values;
+  values.fill(kNoDigit);
+  for (unsigned char value = 0; value < 64; ++value) {
+    values[static_cast<unsigned char>(kDigits[value])] = value;
+  }
+  return values;
 }
 
 size_t PaddingOf(const std::string& text) {
@@ -46,10 +53,12 @@ bool DecodeBase64(const std::string& text, std::string& bytes) {
   if (text.size() % 4 != 0) return false;
   const size_t padding = PaddingOf(text);
   const size_t digits = text.size() - padding;
+  const std::array<unsigned char, 256> values = DigitValues();
+  bytes.reserve(text.size() / 4 * 3);
   uint32_t group = 0;
   for (size_t at = 0; at < digits; ++at) {
-    const uint32_t value = ValueOf(text[at]);
-    if (value > 63) return false;
+    const uint32_t value = values[static_cast<unsigned char>(text[at])];
+    if (value == kNoDigit) return false;
     group = group << 6 | value;
     if (at % 4 != 0) bytes += static_cast<char>(group >> (6 - at % 4 * 2) & 255);
   }
