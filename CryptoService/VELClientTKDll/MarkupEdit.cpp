@@ -23,7 +23,8 @@ std::wstring CDataSection(const wchar_t* text) {
     section.append(text, end + 2).append(L"]]><![CDATA[");
     text = end + 2;
   }
-  return section.append(text).append(L"]]>");
+  section.append(text).append(L"]]>");
+  return section;
 }
 
 bool IsBlank(wchar_t c) {

@@ -126,7 +126,8 @@ std::wstring CMarkup::EscapeText(MarkupCStr text, int flags) {
     result.append(copied, p).append(sequence);
     copied = p + 1;
   }
-  return result.append(copied, p);
+  result.append(copied, p);
+  return result;  // the string itself, not a copy through append's reference
 }
 
 std::wstring CMarkup::UnescapeText(MarkupCStr text, int length) {
@@ -145,5 +146,6 @@ std::wstring CMarkup::UnescapeText(MarkupCStr text, int length) {
     result += code != 0 ? static_cast<wchar_t>(code) : L'&';
     if (code != 0) p += name.length + 1;
   }
-  return result.append(p, end);
+  result.append(p, end);
+  return result;
 }

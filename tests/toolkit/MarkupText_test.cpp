@@ -92,6 +92,13 @@ TEST(MarkupText, EscapingReplacesTheFiveCharacters) {
   EXPECT_EQ(CMarkup::EscapeText(nullptr), L"");
 }
 
+TEST(MarkupText, EscapedTextsHaveRoomForATenthMore) {
+  for (const size_t length : {10, 100, 1005}) {
+    const std::wstring escaped = CMarkup::EscapeText(std::wstring(length, L'a'));
+    EXPECT_GE(escaped.capacity(), length + length / 10 + 7);
+  }
+}
+
 TEST(MarkupText, ReferencesStayWhenAskedFor) {
   struct {
     const wchar_t* text;
