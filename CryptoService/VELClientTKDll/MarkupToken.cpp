@@ -63,6 +63,13 @@ inline const wchar_t* ScanTo(const wchar_t* p, wchar_t c, const wchar_t* blocksE
   return p;
 }
 
+// A ">" alone does not end an instruction, nor a "?" an element's tag.
+inline bool IsTagEnd(const wchar_t* p, bool instruction) {
+  if (*p == 0) return true;
+  if (instruction) return *p == L'?' && p[1] == L'>';
+  return *p == L'>' || (*p == L'/' && p[1] == L'>');
+}
+
 // The value behind a "=": its first character, its end and where scanning goes on. ParseNode and
 // NextAttrib share it, so that they agree on where a tag ends.
 struct Value {
@@ -71,17 +78,14 @@ struct Value {
   const wchar_t* next;
 };
 
-inline Value ScanValue(const wchar_t* p, const wchar_t* blocksEnd) {
+inline Value ScanValue(const wchar_t* p, const wchar_t* blocksEnd, bool instruction) {
   p = SkipSpace(p);
   if (*p == L'"' || *p == L'\'') {
     const wchar_t* const end = ScanTo(p + 1, *p, blocksEnd);
     return {p + 1, end, *end == 0 ? end : end + 1};
   }
   const wchar_t* end = p;
-  while (!IsSpace(*end) && *end != 0 && *end != L'>' &&
-         !((*end == L'/' || *end == L'?') && end[1] == L'>')) {
-    ++end;
-  }
+  while (!IsSpace(*end) && !IsTagEnd(end, instruction)) ++end;
   return {p, end, end};
 }
 
@@ -125,10 +129,15 @@ bool TokenPos::MatchTag(const wchar_t* name) const {
   return IsNameEnd(next) || next == L'[' || next == L']';
 }
 
-void TokenPos::ReadTagName() {
+inline void TokenPos::ReadName() {
   m_nL = m_nNext;
   m_nNext = static_cast<int>(SkipName(m_pDocText + m_nNext) - m_pDocText);
   m_nR = m_nNext - 1;
+}
+
+void TokenPos::ReadTagName() {
+  m_bInstruction = m_nNext > 0 && m_pDocText[m_nNext - 1] == L'?';
+  ReadName();
 }
 
 bool TokenPos::NextAttrib(TokenPos* attribute) {
@@ -138,7 +147,7 @@ bool TokenPos::NextAttrib(TokenPos* attribute) {
     p = SkipSpace(p);
     m_nPreSpaceLength = static_cast<int>(p - m_pDocText) - m_nPreSpaceStart;
     const wchar_t* const name = p;
-    if (*p == 0 || *p == L'>' || ((*p == L'/' || *p == L'?') && p[1] == L'>')) {
+    if (IsTagEnd(p, m_bInstruction)) {
       m_nNext = m_nL = static_cast<int>(p - m_pDocText);
       m_nR = m_nL - 1;
       return false;
@@ -150,7 +159,7 @@ bool TokenPos::NextAttrib(TokenPos* attribute) {
         attribute->m_nL = static_cast<int>(name - m_pDocText);
         attribute->m_nR = static_cast<int>(nameEnd - m_pDocText) - 1;
       }
-      const Value value = ScanValue(p + 1, m_pBlocksEnd);
+      const Value value = ScanValue(p + 1, m_pBlocksEnd, m_bInstruction);
       m_nL = static_cast<int>(value.first - m_pDocText);
       m_nR = static_cast<int>(value.end - m_pDocText) - 1;
       m_nNext = static_cast<int>(value.next - m_pDocText);
@@ -264,14 +273,14 @@ inline int TokenPos::ParseText(NodePos& node) {
 
 inline int TokenPos::ParseStartTag(NodePos& node) {
   m_nNext = node.nStart + 1;
-  ReadTagName();
+  ReadName();
   const wchar_t* p = m_pDocText + m_nNext;
   for (;;) {
     while (static_cast<uint32_t>(*p) > L'>') ++p;
     if (*p == L'>') break;
     if (*p == 0) return Unterminated(node, L"start_tag");
     // A ">" inside a quoted value does not end the tag.
-    p = *p == L'=' ? ScanValue(p + 1, m_pBlocksEnd).next : p + 1;
+    p = *p == L'=' ? ScanValue(p + 1, m_pBlocksEnd, false).next : p + 1;
   }
   if (p[-1] == L'/') node.nNodeFlags = MNF_EMPTY;
   return EndNode(node, MNT_ELEMENT, p + 1);
@@ -279,7 +288,7 @@ inline int TokenPos::ParseStartTag(NodePos& node) {
 
 inline int TokenPos::ParseEndTag(NodePos& node) {
   m_nNext = node.nStart + 2;
-  ReadTagName();
+  ReadName();
   const wchar_t* end = m_pDocText + m_nNext;
   if (*end != L'>') end = ScanTo(end, L'>', m_pBlocksEnd);
   if (*end == 0) return Unterminated(node, L"end_tag");

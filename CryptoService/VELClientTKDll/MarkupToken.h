@@ -36,7 +36,8 @@ struct TokenPos {
         m_nPreSpaceLength(0),
         m_pReaderFilePos(pReaderFilePos),
         m_pBlocksEnd(pDocText + (nDocLength < BLOCK ? 0 : nDocLength + 2 - BLOCK)),
-        m_bResults(true) {}
+        m_bResults(true),
+        m_bInstruction(false) {}
 
   // Parses the node at m_nNext and moves behind it; the token is the name of a start or end tag.
   // Returns the node's type; NODE_ERROR for a syntax error, NODE_END_OF_DOCUMENT at the end and
@@ -83,6 +84,7 @@ struct TokenPos {
 
  private:
   bool BeginsName(const wchar_t* name) const;
+  void ReadName();
   int EndNode(NodePos& node, int nNodeType, const wchar_t* end);
   int Unterminated(NodePos& node, const wchar_t* kind);
   int SyntaxError(NodePos& node, const wchar_t* result, const wchar_t* at);
@@ -96,4 +98,5 @@ struct TokenPos {
 
   const wchar_t* m_pBlocksEnd;  // a block may begin ahead of it
   bool m_bResults;
+  bool m_bInstruction;  // the name read last is that of a processing instruction
 };

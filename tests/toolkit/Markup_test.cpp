@@ -376,6 +376,19 @@ TEST(Markup, StrayCharactersInATagHideNoAttribute) {
   EXPECT_EQ(doc.GetAttrib(L"c"), L"3");
 }
 
+TEST(Markup, UnquotedValuesEndWhereTheirTagDoes) {
+  CMarkup doc(L"<a b=x? c=y?>t</a>");
+  ASSERT_TRUE(doc.IsWellFormed());
+  ASSERT_TRUE(doc.FindElem());
+  EXPECT_EQ(doc.GetAttrib(L"b"), L"x?");
+  EXPECT_EQ(doc.GetAttrib(L"c"), L"y?");
+  ASSERT_FALSE(doc.SetDoc(L"<?p b=x/>1 > c=y>2?>"));
+  doc.m_nNodeType = MNT_PROCESSING_INSTRUCTION;
+  doc.m_nNodeLength = 20;
+  EXPECT_EQ(doc.GetAttrib(L"b"), L"x/>1");
+  EXPECT_EQ(doc.GetAttrib(L"c"), L"y>2");
+}
+
 TEST(Markup, GetAttribWithoutCurrentElementIsEmpty) {
   CMarkup doc(L"<a b='1'/>");
   EXPECT_EQ(doc.GetAttrib(L"b"), L"");
