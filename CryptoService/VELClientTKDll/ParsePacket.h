@@ -1,7 +1,8 @@
 #pragma once
 /* The records of the message channel and the fields of its message bodies.
  *
- * Wire       little-endian, packed. DWORD, LONG and ULONGLONG take 8 bytes, BOOL 4, USHORT 2.
+ * Wire       little-endian, packed. DWORD, LONG and ULONGLONG take 8 bytes, BOOL 4, USHORT 2,
+ *            BOOLEAN 1.
  * Message    a RouteMessageHeader, then exactly MessageLen bytes of body.
  * Address    session S, object O listens on 127.0.0.1, TCP port O + 8665 + S (modulo 65536).
  * Threads    one object, one thread at a time.
@@ -23,7 +24,7 @@ const ULONGLONG MSG_ISREQUESTPACK = 4;
 struct RegClient {
   USHORT SessionID;
   USHORT ObjID;
-  BYTE WithCallBack;
+  BOOLEAN WithCallBack;  // 0 or 1
 };
 
 struct RouteMessageHeader {

@@ -28,6 +28,7 @@ typedef int INT;
 typedef unsigned int UINT;
 typedef int BOOL;
 typedef unsigned char BYTE;
+typedef BYTE BOOLEAN;
 typedef unsigned short USHORT;
 typedef unsigned short WORD;
 typedef char CHAR;

@@ -13,7 +13,8 @@ namespace {
 
 static_assert(sizeof(DWORD) == 8 && sizeof(ULONG) == 8 && sizeof(LONG) == 8 && sizeof(SIZE_T) == 8);
 static_assert(sizeof(BOOL) == 4 && sizeof(UINT) == 4 && sizeof(INT) == 4 && sizeof(WCHAR) == 4);
-static_assert(sizeof(USHORT) == 2 && sizeof(WORD) == 2 && sizeof(BYTE) == 1);
+static_assert(sizeof(USHORT) == 2 && sizeof(WORD) == 2 && sizeof(BYTE) == 1 &&
+              sizeof(BOOLEAN) == 1);
 static_assert(sizeof(ULONGLONG) == 8 && sizeof(LARGE_INTEGER) == 8 && sizeof(SYSTEMTIME) == 16);
 static_assert(sizeof(HANDLE) == 8);
 
