@@ -174,7 +174,8 @@ CDebugLogMgr::CDebugLogMgr()
       m_writerId(0),
       m_writerEnded(false),
       m_writer(),
-      m_writerProcess(0) {
+      m_writerProcess(0),
+      m_secondIsOver(false) {
   setlocale(LC_ALL, "");
   sem_init(&m_sem, 0, 0);
   m_strLogFileName = kDefaultName;

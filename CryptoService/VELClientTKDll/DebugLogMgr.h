@@ -13,8 +13,9 @@
  * Threads  any thread may log, and pays for formatting alone; one detached thread writes. Nothing
  *          is reported to callers.
  * Ending   the manager is destroyed at process exit or when the library is unloaded. It gives the
- *          writer a second, drops the lines that are not written by then, and returns when the
- *          writer has ended. Later statements do nothing.
+ *          writer a second, which a writer that is just writing uses and a waiting one does not,
+ *          drops the lines that are not written by then, and returns when the writer has ended.
+ *          Later statements do nothing.
  * Process  the first statement takes the locale from the environment (setlocale(LC_ALL, "")). A
  *          forked child drops the lines that its parent will write and has a writer of its own
  *          from its first line on.
@@ -118,6 +119,7 @@ class CDebugLogMgr {
   CString LogFileName();
   DWORD OpenLog();
   bool TakeNewName();
+  bool WriteLines();
   bool WriteLine(const CString& line);
   void AppendLine(const CString& line);
   void TruncateLog(DWORD size, DWORD percent);
@@ -130,4 +132,5 @@ class CDebugLogMgr {
   bool m_writerEnded;       // the writer is on its last instructions
   pthread_t m_writer;       // may be used while the writer has not ended
   int m_writerProcess;      // a forked child has no writer
+  bool m_secondIsOver;      // of the end; the writer writes no further line
 };

@@ -89,6 +89,7 @@ bool CDebugLogMgr::EndWriter() {
   if (m_thread == 0 || m_writerProcess != getpid()) return true;
   sem_post(&m_sem);
   sleep(1);
+  __atomic_store_n(&m_secondIsOver, true, __ATOMIC_RELEASE);
   for (int waited = 0; waited < 2 * kPatience && !WriterIsGone(); ++waited) {
     if (waited == kPatience) CancelWriter();  // it may wait for ever, say for the reader of a pipe
     SleepMillisecond();
@@ -103,14 +104,21 @@ void* CDebugLogMgr::WriteLogThreadProc(LPVOID self) {
   const WriterScope scope(log);
   do {
     sem_wait(&log.m_sem);
-    while (!log.Exiting()) {
-      const std::unique_ptr<LogCacheList> node(log.TakeLine());
-      if (node == nullptr) break;
-      if (!log.WriteLine(node->strLog)) return nullptr;
-    }
+    if (!log.Exiting() && !log.WriteLines()) return nullptr;
   } while (!log.Exiting());
   log.DiscardLines();
   return nullptr;
+}
+
+// False when the writer has to end. A writer that is at it when the end comes goes on for the
+// second that it is given: the last lines of a host are those that it is asked for.
+bool CDebugLogMgr::WriteLines() {
+  while (!__atomic_load_n(&m_secondIsOver, __ATOMIC_ACQUIRE)) {
+    const std::unique_ptr<LogCacheList> node(TakeLine());
+    if (node == nullptr) break;
+    if (!WriteLine(node->strLog)) return false;
+  }
+  return true;
 }
 
 LogCacheList* CDebugLogMgr::TakeLine() {

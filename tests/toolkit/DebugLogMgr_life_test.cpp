@@ -1,14 +1,18 @@
 // The debug log from its first statement to its end: hosts that end, fork and unload, and many
 // threads at once.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <locale.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -28,10 +32,12 @@
 
 namespace {
 bool g_sleeps = false;
-}
+void (*g_inTheSecond)() = nullptr;
+}  // namespace
 
 // The end waits a second for the writer; most hosts here need not.
 extern "C" unsigned sleep(unsigned seconds) {
+  if (g_inTheSecond != nullptr) g_inTheSecond();
   if (g_sleeps) std::this_thread::sleep_for(std::chrono::seconds(seconds));
   return 0;
 }
@@ -234,6 +240,43 @@ TEST_F(LogLife, ExitWithPendingLinesTakesTheSecond) {
   EXPECT_LT(seconds, 1.9);
   const std::vector<std::string> messages = Messages();
   for (size_t i = 0; i < messages.size(); ++i) ASSERT_EQ(messages[i], std::to_string(i));
+}
+
+// A pipe without a reader stops the writer in the middle of its lines; the reader comes when the
+// host is ending.
+TEST_F(LogLife, WriterAtWorkGoesOnForTheSecond) {
+  ASSERT_EQ(mkfifo(kLog, 0600), 0);
+  static int reader;
+  static size_t ends;
+  EXPECT_EQ(RunHost([] {
+              reader = open(kLog, O_RDWR | O_NONBLOCK);
+              for (int line = 0; line < 100; ++line) INFO(L"%s", std::wstring(8000, L'x').c_str());
+              int waiting = 0;
+              if (!Eventually(
+                      [&] { return ioctl(reader, FIONREAD, &waiting) == 0 && waiting > 50000; })) {
+                _exit(2);
+              }
+              g_inTheSecond = [] {
+                Eventually([] {
+                  char bytes[65536];
+                  const ssize_t count = read(reader, bytes, sizeof(bytes));
+                  if (count > 0) ends += std::count(bytes, bytes + count, '\r');
+                  return ends == 200;
+                });
+                _exit(ends == 200 ? 0 : 3);
+              };
+            }),
+            0);
+}
+
+TEST_F(LogLife, HostThatNeverLoggedEndsAtOnce) {
+  g_sleeps = true;
+  const double seconds = SecondsOfExit([] {
+    if (ThreadCount() > 1 + SANITIZED || strcmp(setlocale(LC_ALL, nullptr), "C") != 0) _exit(2);
+  });
+  EXPECT_GE(seconds, 0);
+  EXPECT_LT(seconds, 0.9);
+  EXPECT_FALSE(Exists(kLog));
 }
 
 TEST_F(LogLife, ExitWithoutPendingLinesTakesTheSecond) {
