@@ -6,8 +6,9 @@
  *   handles   VCTK_Initialize gives a handle, VCTK_Finalize ends it. A null handle gives -1
  *             (0xE0000003 for VCTK_P1SignWithPin and VCTK_GetP1SignResultWithPin); any other value
  *             that is not a live handle is undefined.
- *   text      narrow, NUL-terminated UTF-8. The process locale must be a UTF-8 one when the first
- *             handle is made: the library calls setlocale(LC_ALL, "") once.
+ *   text      narrow, NUL-terminated UTF-8. Text beyond ASCII is counted by the locale of the
+ *             process, so that must be a UTF-8 one: call setlocale(LC_ALL, "") in a UTF-8
+ *             environment first. In another locale such text counts as empty.
  *   results   0 is success, 1 to 11 are the codes below, -536870911 (0xE0000001) and the like are
  *             codes of the device library; VCTK_GetLastErrorMessage has their Chinese texts.
  *             0xE0000005 also stands for exhausted memory. No exception comes out, but of
@@ -19,8 +20,8 @@
  *             its terminator. A null pResultLen gives 11. Exceptions are told at the functions.
  *   memory    everything belongs to the library or to the caller's buffers; nothing is to be freed.
  *   threads   one thread at a time for one handle; different handles are independent.
- *   process   SIGPIPE is set to be ignored, the standard random generator is seeded, and the
- *             locale is taken from the environment.
+ *   process   with its first log line the library sets SIGPIPE to be ignored, seeds the standard
+ *             random generator and calls setlocale(LC_ALL, "").
  */
 
 #ifdef __cplusplus
