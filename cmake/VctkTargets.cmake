@@ -13,7 +13,9 @@ endfunction()
 #           [DEPENDS target...] [SANDBOX] [TIMEOUT seconds])
 # A gtest program `stem`, run by ctest under that name. SANDBOX gives it a mount and network
 # namespace of its own in which /tmp is empty, /var, /opt and /usr/local may be added to, and
-# the loopback interface is up (tests/support/sandbox.cpp).
+# the loopback interface is up (tests/support/sandbox.cpp). What the thread sanitizer can learn from
+# has the label "threads" and is built by the target thread_tests.
+add_custom_target(thread_tests)
 function(vctk_test)
   cmake_parse_arguments(T "SANDBOX" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS;ENV;DEPENDS" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})
@@ -26,8 +28,12 @@ function(vctk_test)
   if(T_DEPENDS)
     add_dependencies(${T_NAME} ${T_DEPENDS})
   endif()
+  if("threads" IN_LIST T_LABELS)
+    add_dependencies(thread_tests ${T_NAME})
+  endif()
   set(command $<TARGET_FILE:${T_NAME}>)
   if(T_SANDBOX)
+    add_dependencies(${T_NAME} sandbox)
     set(command $<TARGET_FILE:sandbox> ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR} -- ${command})
   endif()
   add_test(NAME ${T_NAME} COMMAND ${command})
@@ -36,7 +42,7 @@ function(vctk_test)
   endif()
   set_tests_properties(${T_NAME} PROPERTIES
     LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT} SKIP_RETURN_CODE 77
-    ENVIRONMENT "LC_ALL=C.UTF-8;TZ=UTC;${T_ENV}")
+    ENVIRONMENT "LC_ALL=C.UTF-8;TZ=UTC;TSAN_OPTIONS=halt_on_error=1;${T_ENV}")
 endfunction()
 
 # vctk_bench(NAME stem SOURCES file... [LIBS lib...]): a Google Benchmark program.

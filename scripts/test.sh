@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# test.sh [--release] [--clang] [--asan] [--all] [--preset=NAME]: builds and runs all the tests, by
-# default optimised and with the address and undefined-behaviour sanitizers; --clang is the build by
-# clang, --all these three, --preset any of CMakePresets.json.
+# test.sh [--release] [--clang] [--asan] [--tsan] [--all] [--preset=NAME]: builds and runs all the
+# tests, by default optimised and with the address and undefined-behaviour sanitizers; --clang is the
+# build by clang, --tsan the thread sanitizer with the tests labelled "threads", --all these four,
+# --preset any of CMakePresets.json.
 # shellcheck source=scripts/common.sh
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -12,9 +13,10 @@ for option in "$@"; do
     --release) presets+=(release) ;;
     --clang) presets+=(clang) setup=(--all) ;;
     --asan) presets+=(asan-ubsan) ;;
-    --all) presets+=(release clang asan-ubsan) setup=(--all) ;;
+    --tsan) presets+=(tsan) ;;
+    --all) presets+=(release clang asan-ubsan tsan) setup=(--all) ;;
     --preset=*) presets+=("${option#*=}") ;;
-    *) die "usage: test.sh [--release] [--clang] [--asan] [--all] [--preset=NAME]" ;;
+    *) die "usage: test.sh [--release] [--clang] [--asan] [--tsan] [--all] [--preset=NAME]" ;;
   esac
 done
 [ ${#presets[@]} -gt 0 ] || presets=(release asan-ubsan)
@@ -30,9 +32,10 @@ number() {
 
 run_tests() {
   local preset=$1 folder=$root/build/$1 runner=() status=0
+  shift
   case $preset in *san*) runner=("${fixed_addresses[@]}") ;; esac
   rm -f "$folder/tests.xml"
-  "${runner[@]}" ctest --test-dir "$folder" -j "$jobs" --output-on-failure \
+  "${runner[@]}" ctest --test-dir "$folder" "$@" -j "$jobs" --output-on-failure \
     --output-junit "$folder/tests.xml" >"$folder/tests.log" 2>&1 </dev/null || status=$?
   [ -s "$folder/tests.xml" ] || { tail -n 60 "$folder/tests.log" >&2; die "$preset: ctest failed"; }
   local total failed skipped off
@@ -55,8 +58,13 @@ run_tests() {
 "$root/scripts/setup.sh" "${setup[@]}"
 passed_all=0 failed_all=0 skipped_all=0
 for preset in "${presets[@]}"; do
-  build "$preset"
-  run_tests "$preset"
+  if [ "$preset" = tsan ]; then
+    build tsan thread_tests
+    run_tests tsan -L threads
+  else
+    build "$preset"
+    run_tests "$preset"
+  fi
 done
 printf '%d passed, %d failed, %d skipped\n' $passed_all $failed_all $skipped_all
 [ $failed_all -eq 0 ] && [ $passed_all -gt 0 ]

@@ -27,7 +27,7 @@ bool Exists(const std::string& path) {
 }
 
 bool Eventually(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -60,7 +60,7 @@ int RunHost(const std::function<void()>& body) {
     exit(0);
   }
   int status = 0;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(120);
   while (waitpid(child, &status, WNOHANG) == 0) {
     if (std::chrono::steady_clock::now() > end) kill(-child, SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

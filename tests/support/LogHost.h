@@ -10,7 +10,7 @@ std::string Slurp(const std::string& path);
 void Spill(const std::string& path, const std::string& text);
 bool Exists(const std::string& path);
 
-// Waits up to ten seconds; false when it did not come true.
+// Waits up to a minute; false when it did not come true.
 bool Eventually(const std::function<bool()>& condition);
 
 // The lines of a log file without its mark, parted at "\r\n\r\n"; what follows the last separator
@@ -21,7 +21,7 @@ std::vector<std::string> LogLines(const std::string& path);
 std::vector<std::string> AwaitLines(const std::string& path, size_t count);
 
 // Runs `body` in a forked process that then ends through exit(), destructors and all. Its exit
-// code, or 1000 and the signal; more than thirty seconds count as signal 9.
+// code, or 1000 and the signal; more than two minutes count as signal 9.
 int RunHost(const std::function<void()>& body);
 
 int ThreadCount();
