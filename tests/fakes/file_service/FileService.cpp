@@ -148,6 +148,11 @@ std::vector<FileService::Request> FileService::Requests() {
   return m_requests;
 }
 
+std::vector<FileService::Bytes> FileService::Answers() {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  return m_answers;
+}
+
 void FileService::Pause() {
   std::unique_lock<std::mutex> hold(m_lock);
   m_changed.wait_for(hold, m_delay, [this] { return m_ending; });
@@ -196,6 +201,10 @@ bool FileService::ReadRequest(int connection, Request& request) {
 
 void FileService::Respond(int connection, const Request& request, Fault fault) {
   Bytes body = Execute(request);
+  {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    m_answers.push_back(body);
+  }
   uint64_t sequence = NumberAt(request.header, 10, 8) + 1;
   uint64_t flags = 0;
   uint64_t length = body.size();

@@ -62,6 +62,9 @@ class FileService {
   // All the requests that were received whole, oldest first.
   std::vector<Request> Requests();
 
+  // The bodies of the responses to them, faults apart.
+  std::vector<Bytes> Answers();
+
  private:
   void Listen(uint16_t port);
   void AcceptAll();
@@ -86,6 +89,7 @@ class FileService {
   std::chrono::milliseconds m_delay{100};
   std::function<Bytes(const Request&)> m_answer;
   std::vector<Request> m_requests;
+  std::vector<Bytes> m_answers;
   std::vector<int> m_connections;  // each has a detached thread
   std::map<uint64_t, int> m_files;
   uint64_t m_lastId = 0x1122334400000000;  // wider than 32 bits on purpose
