@@ -2,7 +2,6 @@
 #include "DebugLogMgr.h"
 
 #include <locale.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 #include <wchar.h>
@@ -13,11 +12,12 @@
 #include <new>
 #include <string>
 
+#include "LogPrefix.h"
+
 namespace {
 
 const wchar_t kDefaultName[] = L"/tmp/PILog.txt";
 const size_t kPathCharacters = 260;
-const size_t kPrefixCharacters = 260;
 const size_t kMessageCharacters = 8192;
 
 // Statements under way in other threads, or run by destructors later than the manager's, meet a
@@ -41,63 +41,6 @@ void SleepMillisecond() {
 void CloseToStatements() {
   g_closed.store(true);
   for (int waited = 0; g_underWay.load() != 0 && waited < 1000; ++waited) SleepMillisecond();
-}
-
-// Fills an array with text and decimal numbers and cuts what does not fit. The formatter of the
-// system library takes as long for a prefix as all the rest of a line does.
-class PrefixWriter {
- public:
-  explicit PrefixWriter(wchar_t (&out)[kPrefixCharacters])
-      : m_at(out), m_end(out + kPrefixCharacters - 1) {
-    *m_at = L'\0';
-  }
-
-  PrefixWriter& operator<<(const wchar_t* text) {
-    while (*text != L'\0' && m_at < m_end) *m_at++ = *text++;
-    *m_at = L'\0';
-    return *this;
-  }
-
-  // As "%0*d" does: the sign counts as a digit.
-  PrefixWriter& Number(int value, int digits) {
-    wchar_t reversed[16];
-    wchar_t* digit = reversed + 15;
-    *digit = L'\0';
-    const wchar_t* const enough = digit - digits + (value < 0 ? 1 : 0);
-    unsigned rest = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
-    for (; rest != 0 || digit > enough; rest /= 10)
-      *--digit = static_cast<wchar_t>(L'0' + rest % 10);
-    if (value < 0) *--digit = L'-';
-    return *this << digit;
-  }
-
- private:
-  wchar_t* m_at;
-  wchar_t* const m_end;
-};
-
-bool FormatPrefix(wchar_t (&out)[kPrefixCharacters], LPCTSTR srcFile, LPCTSTR function,
-                  DWORD line) {
-  timeval now = {};
-  tm local = {};
-  if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) return false;
-  PrefixWriter prefix(out);
-  prefix << L"[P";
-  prefix.Number(getpid(), 4) << L"] [T";
-  prefix.Number(static_cast<int>(pthread_self()), 4) << L"] [";
-  prefix.Number(local.tm_year + 1900, 4) << L"-";
-  prefix.Number(local.tm_mon + 1, 2) << L"-";
-  prefix.Number(local.tm_mday, 2) << L" ";
-  prefix.Number(local.tm_hour, 2) << L":";
-  prefix.Number(local.tm_min, 2) << L":";
-  prefix.Number(local.tm_sec, 2) << L":";
-  // The microseconds as they are, so this field has three to six digits; those who read the log
-  // reckon with it.
-  prefix.Number(static_cast<int>(now.tv_usec), 3) << L"] [" << srcFile;
-  if (function != nullptr && *function != L'\0') prefix << L"-" << function;
-  prefix << L"(";
-  prefix.Number(static_cast<int>(line), 1) << L")]: ";
-  return true;
 }
 
 // On the heap, for hosts' threads may have small stacks; null without memory.
@@ -292,8 +235,8 @@ void CDebugLogMgr::OutputArgs(LPCTSTR type, int level, LPCTSTR srcFile, LPCTSTR 
   // Again and again, since the folder may have been removed; a failure shows when the file is
   // opened.
   if (setting.folder[0] != L'\0') SHCreateDirectoryExW(nullptr, setting.folder, nullptr);
-  wchar_t prefix[kPrefixCharacters];
-  if (!FormatPrefix(prefix, srcFile, function, line)) return;
+  LogPrefix prefix;
+  if (!FormatLogPrefix(prefix, srcFile, function, line)) return;
   const std::unique_ptr<wchar_t[]> message = FormatMessage(format, args);
   std::unique_ptr<LogCacheList> node(new (std::nothrow) LogCacheList());
   if (message == nullptr || node == nullptr) return;

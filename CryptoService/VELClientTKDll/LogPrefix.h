@@ -1,0 +1,9 @@
+#pragma once
+#include "VELInterface.h"
+
+// What stands between the level and the message of a log line, at most 259 characters.
+typedef wchar_t LogPrefix[260];
+
+// "[P process] [T thread] [date time:microseconds] [file-function(line)]: " of this thread and
+// moment; an empty or null `function` is left out. False when the time cannot be read.
+bool FormatLogPrefix(LogPrefix& out, LPCTSTR srcFile, LPCTSTR function, DWORD line);
