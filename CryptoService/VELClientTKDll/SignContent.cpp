@@ -8,7 +8,6 @@
 
 #include "base64.h"
 #include "DeviceErrorCodes.h"
-#include "LargeBlock.h"
 
 namespace {
 
@@ -41,7 +40,6 @@ ULONG CSignContent::Decode(const C* text, size_t length) {
   const size_t room = length / 4 * 3 + 3;
   m_decoded.reset(new (std::nothrow) BYTE[room]);
   if (m_decoded == nullptr) return kErrorNoMemory;
-  AdviseLargeBlock(m_decoded.get(), room);
   m_bytes = m_decoded.get();
   CBase64::DecodeInto(text, length, m_bytes, room, &m_size);
   return m_size == 0 ? ULONG(kErrorInvalidParameter) : 0;

@@ -11,7 +11,6 @@
 #include <new>
 
 #include "FormatLength.h"
-#include "LargeBlock.h"
 
 namespace {
 
@@ -105,7 +104,6 @@ BOOL CStringT<Self, C>::AllocText(int n) {
   const size_t size = sizeof(Data) + (static_cast<size_t>(n) + 1) * sizeof(C);
   char* const block = new (std::nothrow) char[size];
   if (block == nullptr) return FALSE;
-  AdviseLargeBlock(block, size);
   Data* const header = reinterpret_cast<Data*>(block);
   header->nRefs = 1;
   header->nDataLength = header->nAllocLength = n;
