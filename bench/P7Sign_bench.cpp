@@ -176,8 +176,8 @@ void SignByCms(const Setting& setting, bool detached) {
   EVP_DecodeBlock(content.data(), reinterpret_cast<const unsigned char*>(setting.base64.data()),
                   static_cast<int>(setting.base64.size()));
   BIO* const bio = BIO_new_mem_buf(content.data(), static_cast<int>(setting.content.size()));
-  CMS_ContentInfo* const cms = CMS_sign(setting.identity.certificate.get(),
-                                        setting.identity.key.get(), nullptr, bio, flags);
+  CMS_ContentInfo* const cms =
+      CMS_sign(setting.identity.certificate.get(), setting.identity.key.get(), nullptr, bio, flags);
   Require(cms != nullptr && CMS_final(cms, bio, nullptr, flags) == 1, "CMS");
   CMS_ContentInfo_free(cms);
   BIO_free(bio);
