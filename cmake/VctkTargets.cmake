@@ -14,8 +14,10 @@ endfunction()
 # A gtest program `stem`, run by ctest under that name. SANDBOX gives it a mount and network
 # namespace of its own in which /tmp is empty, /var, /opt and /usr/local may be added to, and
 # the loopback interface is up (tests/support/sandbox.cpp). What the thread sanitizer can learn from
-# has the label "threads" and is built by the target thread_tests.
+# has the label "threads" and is built by the target thread_tests. No test asks for a PIN on the
+# terminal that it happens to be started from.
 add_custom_target(thread_tests)
+set(no_dialog VEL_PINENTRY=/nonexistent/pinentry)
 function(vctk_test)
   cmake_parse_arguments(T "SANDBOX" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS;ENV;DEPENDS" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})
@@ -42,7 +44,7 @@ function(vctk_test)
   endif()
   set_tests_properties(${T_NAME} PROPERTIES
     LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT} SKIP_RETURN_CODE 77
-    ENVIRONMENT "LC_ALL=C.UTF-8;TZ=UTC;TSAN_OPTIONS=halt_on_error=1;${T_ENV}")
+    ENVIRONMENT "LC_ALL=C.UTF-8;TZ=UTC;TSAN_OPTIONS=halt_on_error=1;${no_dialog};${T_ENV}")
 endfunction()
 
 # vctk_bench(NAME stem SOURCES file... [LIBS lib...]): a Google Benchmark program.

@@ -7,11 +7,11 @@
 
 packages=(
   cmake ninja-build g++ pkg-config ccache
-  libssl-dev                          # the device library
+  libssl-dev libassuan-dev            # the device library
   libcli11-dev nlohmann-json3-dev     # vctk
   libgtest-dev libgmock-dev libbotan-2-dev libbenchmark-dev libexpat1-dev
   locales                             # text tests in other encodings
-  openssl                             # the demo and the end-to-end tests
+  openssl pinentry-curses             # the demo and the end-to-end tests
 )
 all=(clang-14)
 

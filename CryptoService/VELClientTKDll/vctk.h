@@ -137,7 +137,8 @@ VCTK_API int VCTK_P1Sign(HANDLE handle, const char* lpszValue, int isBase64);
 VCTK_API int VCTK_GetP1SignResult(HANDLE handle, char* pResult, int* pResultLen);
 
 /* PKCS#1 without any dialog: the certificate by serial number (equal by case), the PIN as given (an
- * empty one makes no login). SHA1 for an RSA key, SM3 for any other. */
+ * empty one makes no login, and the device library may ask for it). SHA1 for an RSA key, SM3 for
+ * any other. */
 VCTK_API int VCTK_P1SignWithPin(HANDLE handle, const char* lpszSN, const char* lpszPIN,
                                 const char* lpszOrg, int isBase64);
 
@@ -152,7 +153,8 @@ VCTK_API int VCTK_P7Sign(HANDLE handle, const char* lpszValue, int isBase64, int
 VCTK_API int VCTK_GetP7SignResult(HANDLE handle, char* pResult, int* pResultLen);
 
 /* PKCS#7 without any dialog, with the certificate of VCTK_SetCert (or of an earlier dialog) and
- * the PIN of VCTK_SetPinCode; the result through VCTK_GetP7SignResult. */
+ * the PIN of VCTK_SetPinCode, without which the device library may ask; the result through
+ * VCTK_GetP7SignResult. */
 VCTK_API int VCTK_P7SignStrEx(HANDLE handle, const char* lpszValue, int isBase64, int isDetach,
                               int isIncludeCert);
 

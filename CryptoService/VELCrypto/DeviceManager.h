@@ -11,6 +11,8 @@
 
 namespace velcrypto {
 
+class PinPrompt;
+
 class DeviceManager : public UnusedOperations {
  public:
   // Keys are added first, then the manager is initialised.
@@ -67,11 +69,15 @@ class DeviceManager : public UnusedOperations {
   static tag_VEL_CERT_INFO RecordOf(const Found& found);
   Outcome FindBySerial(LPCSTR serial, Found* found);
   Outcome FindByRecord(const VEL_CERT_INFO& record, Found* found);
-  static Outcome HandlePin(VEL_PIN_CODE_OPER_TYPE operation, const Found& found, const Secret& pin,
-                           const Secret& newPin);
+  Outcome HandlePin(VEL_PIN_CODE_OPER_TYPE operation, Found* found, const Secret& pin,
+                    const Secret& newPin);
   Outcome NotePinState(const Found& found, Outcome outcome, VEL_PIN_INFO* info);
-  Outcome TakePin(const Found& found, Secret* pin);
-  Outcome SignDigest(const Found& found, EVP_PKEY* publicKey, const std::vector<BYTE>& digest,
+  bool TakeGivenPin(const Found& found, Secret* pin);
+  static Outcome AskOnce(const Found& found, PinPrompt* prompt, Secret* pin);
+  Outcome FindAgain(Found* found);
+  Outcome AskAndLogIn(Found* found, Secret* pin);
+  Outcome Unlock(Found* found, Secret* pin);
+  Outcome SignDigest(Found* found, EVP_PKEY* publicKey, const std::vector<BYTE>& digest,
                      std::vector<BYTE>* signature);
   Outcome Sign(const Request& request, Signed* result);
   static Outcome WriteP7(const Request& request, const Signed& result, bool detached,

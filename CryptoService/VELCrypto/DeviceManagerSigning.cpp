@@ -1,29 +1,16 @@
 #include "DeviceManager.h"
 #include "SignedData.h"
 #include "Signing.h"
-#include "Text.h"
 
 namespace velcrypto {
 
-// A PIN that was given serves one try, so a wrong one cannot lock the key by being used again.
-Outcome DeviceManager::TakePin(const Found& found, Secret* pin) {
-  const auto given = m_pins.find(Folded(found.identity().facts->record.VELCertUniqueID));
-  if (given != m_pins.end() && !given->second.empty()) {
-    *pin = std::move(given->second);
-    m_pins.erase(given);
-    return kOk;
-  }
-  if (!m_mustAsk && found.backend->IsLoggedIn(found.identity())) return kOk;
-  return {kNotLoggedIn, 0, m_mayAsk ? "there is no PIN dialog" : "the PIN dialog is off"};
-}
-
-Outcome DeviceManager::SignDigest(const Found& found, EVP_PKEY* publicKey,
+Outcome DeviceManager::SignDigest(Found* found, EVP_PKEY* publicKey,
                                   const std::vector<BYTE>& digest, std::vector<BYTE>* signature) {
   Secret pin;
-  Outcome outcome = TakePin(found, &pin);
+  Outcome outcome = Unlock(found, &pin);
   if (!outcome.ok()) return outcome;
-  outcome =
-      found.backend->SignDigest(found.identity(), pin.empty() ? nullptr : &pin, digest, signature);
+  outcome = found->backend->SignDigest(found->identity(), pin.empty() ? nullptr : &pin, digest,
+                                       signature);
   return outcome.ok() ? VerifyDigest(publicKey, digest, *signature) : outcome;
 }
 
@@ -34,14 +21,14 @@ Outcome DeviceManager::Sign(const Request& request, Signed* result) {
   Found& found = result->found;
   Outcome outcome = FindByRecord(*request.certificate, &found);
   if (!outcome.ok()) return outcome;
-  const Identity& identity = found.identity();
-  if (!identity.hasKey) return {kKeyNotFound, 0, "a certificate without a key"};
-  result->signer = ParseCertificate(identity.facts->der.data(), identity.facts->der.size());
+  if (!found.identity().hasKey) return {kKeyNotFound, 0, "a certificate without a key"};
+  const std::vector<BYTE>& der = found.identity().facts->der;
+  result->signer = ParseCertificate(der.data(), der.size());
   EVP_PKEY* const publicKey = X509_get0_pubkey(result->signer.get());
   std::vector<BYTE> digest;
   outcome = DigestForSigning(publicKey, request.hashAlg, request.data, request.size, &digest);
   if (!outcome.ok()) return outcome;
-  return NotePinState(found, SignDigest(found, publicKey, digest, &result->signature), nullptr);
+  return NotePinState(found, SignDigest(&found, publicKey, digest, &result->signature), nullptr);
 }
 
 ULONG DeviceManager::P1Sign(VEL_CERT_INFO* pCert, VEL_HASH_ALG hashAlg, BYTE* pData, DWORD nSize,

@@ -4,6 +4,7 @@
 #include <openssl/crypto.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -21,6 +22,10 @@ struct Process {
   std::map<std::pair<VEL_CRYPTO_INTERFACE_TYPE, std::string>, std::unique_ptr<Backend>> backends;
   CallRecord calls;
   std::atomic<long> objects{0};  // handed out and not yet released
+
+  std::mutex dialogMutex;  // guards `dialogOpen`; never held while a dialog is open
+  std::condition_variable dialogClosed;
+  bool dialogOpen = false;
 
   OSSL_LIB_CTX* openSsl = nullptr;  // the library context of all operations
 

@@ -1,11 +1,12 @@
 #include "Secret.h"
 
 #include <string.h>
-#include <sys/mman.h>
 
 #include <climits>
 #include <new>
 #include <utility>
+
+#include "LockedMemory.h"
 
 namespace velcrypto {
 
@@ -34,22 +35,22 @@ Secret& Secret::operator=(Secret&& other) noexcept {
   return *this;
 }
 
+void Secret::Append(const char* bytes, size_t size) {
+  Secret longer;
+  longer.Allocate(m_size + size);
+  memcpy(longer.m_text, c_str(), m_size);
+  memcpy(longer.m_text + m_size, bytes, size);
+  *this = std::move(longer);
+}
+
 void Secret::Allocate(size_t size) {
-  void* const pages =
-      mmap(nullptr, size + 1, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (pages == MAP_FAILED) throw std::bad_alloc();
-  // Without the right to lock memory a PIN still works; the swap is then the system's business.
-  mlock(pages, size + 1);
-  madvise(pages, size + 1, MADV_DONTDUMP);
-  madvise(pages, size + 1, MADV_WIPEONFORK);
-  m_text = static_cast<char*>(pages);
+  m_text = static_cast<char*>(AllocateLocked(size + 1));
+  if (m_text == nullptr) throw std::bad_alloc();
   m_size = size;
 }
 
 void Secret::Wipe() {
-  if (m_text == nullptr) return;
-  explicit_bzero(m_text, m_size);
-  munmap(m_text, m_size + 1);
+  FreeLocked(m_text, m_size + 1);
   m_text = nullptr;
   m_size = 0;
 }

@@ -18,6 +18,9 @@ class Secret {
   Secret& operator=(const Secret&) = delete;
   ~Secret() { Wipe(); }
 
+  // Adds bytes at the end; none of them may be zero.
+  void Append(const char* bytes, size_t size);
+
   bool empty() const { return *c_str() == '\0'; }
   size_t size() const { return m_size; }  // bytes, without the terminator
   const char* c_str() const { return m_text == nullptr ? "" : m_text; }

@@ -59,3 +59,13 @@ TEST(Secret, LongOnesHaveRoom) {
   const std::string text(100000, 'x');
   EXPECT_EQ(Secret(text.c_str()).c_str(), text);
 }
+
+TEST(Secret, GrowsByPieces) {
+  Secret secret;
+  secret.Append("1234", 4);
+  secret.Append("", 0);
+  secret.Append("5678", 4);
+  EXPECT_STREQ(secret.c_str(), "12345678");
+  EXPECT_EQ(secret.size(), 8u);
+  EXPECT_THAT(FlagsOf(secret.c_str()), testing::HasSubstr(" dd"));
+}
