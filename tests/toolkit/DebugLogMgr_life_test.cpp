@@ -72,6 +72,20 @@ void AwaitMessages(size_t count) {
   AwaitLines(kLog, count);
 }
 
+// Between lines that have no end: lines come faster than they are written, and a test must not fill
+// the memory while its other threads wait for a processor.
+void LetTheWriterFollow() {
+  Eventually([] {
+    CDebugLogMgr& log = *CDebugLogMgr::GetInstance();
+    const CVELCriticalGuard guard(log.m_csLogCache);
+    int waiting = 0;
+    for (const LogCacheList* line = log.m_logCacheHead; line != nullptr; line = line->next) {
+      ++waiting;
+    }
+    return waiting < 100;
+  });
+}
+
 class LogLife : public testing::Test {
  protected:
   void SetUp() override {
@@ -191,7 +205,10 @@ TEST_F(LogLife, LevelNameHeaderAndModeMayChangeWhileThreadsLog) {
               std::vector<std::thread> loggers;
               for (int thread = 0; thread < 4; ++thread) {
                 loggers.emplace_back([&] {
-                  while (!done) INFO(L"x");
+                  while (!done) {
+                    INFO(L"x");
+                    LetTheWriterFollow();
+                  }
                 });
               }
               for (int change = 0; change < 200; ++change) {
@@ -289,7 +306,10 @@ TEST_F(LogLife, ExitWhileOtherThreadsLogDoesNotCrash) {
     EXPECT_EQ(RunHost([] {
                 for (int thread = 0; thread < 6; ++thread) {
                   std::thread([] {
-                    for (;;) INFO(L"%s", std::wstring(500, L'x').c_str());
+                    for (;;) {
+                      INFO(L"%s", std::wstring(500, L'x').c_str());
+                      std::this_thread::sleep_for(std::chrono::microseconds(20));
+                    }
                   }).detach();
                 }
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -348,7 +368,10 @@ TEST_F(LogLife, ForkedChildHasAWriterOfItsOwn) {
               std::atomic<bool> done(false);
               CDebugLogMgr::GetInstance()->SetTruncate(0, 0);
               std::thread other([&] {
-                while (!done) INFO(L"parent");
+                while (!done) {
+                  INFO(L"parent");
+                  LetTheWriterFollow();
+                }
               });
               for (int child = 0; child < 5; ++child) {
                 const pid_t pid = fork();
