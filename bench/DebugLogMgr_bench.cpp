@@ -1,5 +1,5 @@
-// What a log line costs its caller and its writer, beside spdlog's asynchronous logger and beside
-// the same file calls made by hand.
+// What a log line costs its caller and its writer in processor time, beside spdlog's asynchronous
+// logger and beside the same file calls made by hand.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <spdlog/async.h>
@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "DebugLogMgr.h"
+#include "InTurns.h"
 
 namespace {
 
@@ -41,7 +42,9 @@ bool Drained() {
 }
 
 void AwaitDrained() {
-  while (!Drained()) std::this_thread::yield();
+  while (!Drained()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  // The last line was taken, but may be on its way.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2));
 }
 
 void UseOwnFile() {
@@ -67,86 +70,119 @@ void SaySpdlog(int number) {
                 "Leave,Errorcode:{},{}", number, "a text of the usual length");
 }
 
+// Time of the caller's own thread; what the writer does meanwhile is not the caller's.
+const clockid_t kCaller = CLOCK_THREAD_CPUTIME_ID;
+
+double Burst(void (*say)(int)) {
+  return SecondsOf(kCaller, [&] {
+    for (int line = 0; line < kBurst; ++line) say(line);
+  });
+}
+
 void BurstOfLines(benchmark::State& state) {
   UseOwnFile();
-  for (auto _ : state) {
-    for (int line = 0; line < kBurst; ++line) Say(line);
-    state.PauseTiming();
-    AwaitDrained();
-    state.ResumeTiming();
-  }
-  state.SetItemsProcessed(state.iterations() * kBurst);
+  RunInTurns(
+      state, kBurst,
+      [] {
+        const double took = Burst(Say);
+        AwaitDrained();
+        return took;
+      },
+      [] {
+        const double took = Burst(SaySpdlog);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        return took;
+      });
 }
-BENCHMARK(BurstOfLines);
-
-void BurstOfSpdlogLines(benchmark::State& state) {
-  for (auto _ : state) {
-    for (int line = 0; line < kBurst; ++line) SaySpdlog(line);
-    state.PauseTiming();
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    state.ResumeTiming();
-  }
-  state.SetItemsProcessed(state.iterations() * kBurst);
-}
-BENCHMARK(BurstOfSpdlogLines);
+BENCHMARK(BurstOfLines)->Iterations(300);
 
 // Lines that come one at a time find the writer asleep, and wake it.
-template <void (*say)(int)>
+double SingleLine(void (*say)(int)) {
+  const double took = SecondsOf(kCaller, [&] { say(1); });
+  std::this_thread::sleep_for(std::chrono::microseconds(300));
+  return took;
+}
+
 void SingleLines(benchmark::State& state) {
   UseOwnFile();
-  for (auto _ : state) {
-    const auto start = std::chrono::steady_clock::now();
-    say(1);
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    state.SetIterationTime(took.count());
-    std::this_thread::sleep_for(std::chrono::microseconds(300));
-  }
+  RunInTurns(
+      state, 1, [] { return SingleLine(Say); }, [] { return SingleLine(SaySpdlog); });
 }
-BENCHMARK_TEMPLATE(SingleLines, Say)->UseManualTime()->Iterations(3000);
-BENCHMARK_TEMPLATE(SingleLines, SaySpdlog)->UseManualTime()->Iterations(3000);
+BENCHMARK(SingleLines)->Iterations(3000);
 
-// The writer alone: from the first of many lines that are queued until the last is written.
-void WriterOfLines(benchmark::State& state) {
-  UseOwnFile();
-  for (auto _ : state) {
-    const auto start = std::chrono::steady_clock::now();
-    for (int line = 0; line < kBurst; ++line) Say(line);
+// What all the other threads of the process, here the writer, use while `work` runs.
+template <typename Work>
+double SecondsOfOthers(Work work) {
+  double own = 0;
+  const double all = SecondsOf(CLOCK_PROCESS_CPUTIME_ID, [&] { own = SecondsOf(kCaller, work); });
+  return all - own;
+}
+
+const wchar_t kLine[] =
+    L"[INFO] [P123456] [T-123456789] [2026-01-01 00:00:00:123456] "
+    L"[VELClientTKImp.cpp-P1SignEx(100)]: Leave,Errorcode:123,a text of the usual length";
+
+// Lines as statements queue them, but all before the writer wakes up, so that nothing of the
+// callers' side is in the time.
+double WriteQueued() {
+  CDebugLogMgr& log = *CDebugLogMgr::GetInstance();
+  LogCacheList* head = nullptr;
+  LogCacheList* tail = nullptr;
+  for (int count = 0; count < kBurst; ++count) {
+    LogCacheList* const node = new LogCacheList();
+    node->strLog = kLine;
+    (tail != nullptr ? tail->next : head) = node;
+    tail = node;
+  }
+  {
+    const CVELCriticalGuard guard(log.m_csLogCache);
+    log.m_logCacheHead = head;
+    log.m_logCacheTail = tail;
+  }
+  return SecondsOfOthers([&] {
+    sem_post(&log.m_sem);
     AwaitDrained();
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    state.SetIterationTime(took.count());
-  }
-  state.SetItemsProcessed(state.iterations() * kBurst);
+  });
 }
-BENCHMARK(WriterOfLines)->UseManualTime();
 
-void WriteByHand(const std::string& path, const std::string& line) {
-  const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+// The same calls in the same order, the look for a folder and the conversion included.
+void WriteByHand(const char* path) {
   struct stat info;
+  if (stat(path, &info) == 0 && S_ISDIR(info.st_mode)) abort();
+  const int file = open(path, O_RDWR | O_CLOEXEC);
+  char line[sizeof(kLine)];
+  const size_t length = wcstombs(line, kLine, sizeof(line));
   if (fstat(file, &info) != 0 || lseek(file, info.st_size, SEEK_SET) < 0 ||
-      write(file, line.data(), line.size()) < 0 || write(file, "\r\n\r\n", 4) < 0 ||
-      fdatasync(file) != 0 || fstat(file, &info) != 0) {
+      write(file, line, length) < 0 || write(file, "\r\n\r\n", 4) < 0 || fdatasync(file) != 0 ||
+      fstat(file, &info) != 0) {
     abort();
   }
   close(file);
 }
 
-void WriterByHand(benchmark::State& state) {
-  const std::string path = Folder() + "/hand.txt";
-  const std::string line =
-      "[INFO] [P123456] [T-123456789] [2026-01-01 00:00:00:123456] "
-      "[VELClientTKImp.cpp-P1SignEx(100)]: Leave,Errorcode:123,a text of the usual length";
-  for (auto _ : state) {
-    for (int count = 0; count < kBurst; ++count) WriteByHand(path, line);
-  }
-  state.SetItemsProcessed(state.iterations() * kBurst);
+double WriteAllByHand() {
+  static const std::string path = [] {
+    const std::string name = Folder() + "/hand.txt";
+    close(open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    return name;
+  }();
+  return SecondsOfOthers([] {
+    std::thread([] {
+      for (int count = 0; count < kBurst; ++count) WriteByHand(path.c_str());
+    }).join();
+  });
 }
-BENCHMARK(WriterByHand)->UseRealTime();
+
+void Writer(benchmark::State& state) {
+  UseOwnFile();
+  RunInTurns(state, kBurst, WriteQueued, WriteAllByHand);
+}
+BENCHMARK(Writer)->Iterations(100);
 
 bool LinesArrive() {
   UseOwnFile();
   for (int line = 0; line < 3; ++line) Say(line);
   AwaitDrained();
-  usleep(100000);  // the last line was taken, but may be on its way
   std::ifstream file(Folder() + "/log.txt", std::ios::binary);
   const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   const std::string end = "Leave,Errorcode:2,a text of the usual length\r\n\r\n";
