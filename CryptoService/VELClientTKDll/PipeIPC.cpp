@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -20,6 +21,7 @@
 namespace {
 
 const DWORD kConnectTimeout = 10000;
+const DWORD kAccountTimeout = 10000;
 const size_t kAccountBytes = 32;
 
 void SetReceiveTimeout(int socket, DWORD milliseconds) {
@@ -29,15 +31,33 @@ void SetReceiveTimeout(int socket, DWORD milliseconds) {
   setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
 }
 
-// Most hosts have handlers, SIGCHLD above all; what they interrupt is read again.
-size_t ReadUninterrupted(FILE* stream, char* out, size_t size) {
-  size_t count = 0;
-  for (;;) {
-    clearerr(stream);
-    errno = 0;
-    count += fread(out + count, 1, size - count, stream);
-    if (count == size || !ferror(stream) || errno != EINTR) return count;
+// True when the command has ended its output; false when it has more to say or takes too long.
+bool ReadToTheEnd(int command, char* out, size_t size, const CIoDeadline& deadline) {
+  for (size_t count = 0; count < size;) {
+    pollfd wait = {command, POLLIN, 0};
+    const int ready = poll(&wait, 1, deadline.Remaining());
+    if (ready == 0) return false;
+    const ssize_t moved = ready > 0 ? read(command, out + count, size - count) : -1;
+    if (moved == 0) return true;
+    if (moved > 0) {
+      count += static_cast<size_t>(moved);
+    } else if (errno != EINTR) {  // most hosts have handlers, for SIGCHLD above all
+      return true;
+    }
   }
+  return false;
+}
+
+// For a command that has not ended, which pclose awaits. The thread runs nothing of this library,
+// which may be unloaded before the command ends; without a thread the stream is left open.
+void CloseElsewhere(FILE* stream) {
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const auto close = reinterpret_cast<void* (*)(void*)>(reinterpret_cast<void (*)()>(pclose));
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, close, stream) == 0) pthread_detach(thread);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 // A number that is a server object's would start a receiving thread for a mere request.
@@ -128,8 +148,12 @@ DWORD CPipeIPC::GetAccountId() {
   FILE* const stream = popen("id -u", "r");
   if (stream == nullptr) return 0;
   char text[kAccountBytes + 1] = {};
-  const size_t length = ReadUninterrupted(stream, text, kAccountBytes);
-  pclose(stream);
+  if (ReadToTheEnd(fileno(stream), text, kAccountBytes, CIoDeadline(kAccountTimeout))) {
+    pclose(stream);
+  } else {
+    CloseElsewhere(stream);
+  }
+  const size_t length = strlen(text);
   if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
   return static_cast<DWORD>(atoi(text));
 }

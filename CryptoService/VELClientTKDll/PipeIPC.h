@@ -46,7 +46,8 @@ class CPipeIPC {
   // The endpoint's own address: the low 16 bits of `objId` and of GetAccountId.
   void SetOwnerID(DWORD objId);
 
-  // What the shell command "id -u" prints, as a number; 0 when it prints nothing.
+  // What the shell command "id -u" prints, as a number; 0 when it prints nothing. One that does not
+  // end is waited for 10 seconds.
   DWORD GetAccountId();
 
   USHORT GetOwnerSessionID() const { return m_OwnerInfo.SessionID; }
