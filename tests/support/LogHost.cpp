@@ -48,7 +48,12 @@ std::vector<std::string> LogLines(const std::string& path) {
 }
 
 std::vector<std::string> AwaitLines(const std::string& path, size_t count) {
-  Eventually([&] { return LogLines(path).size() >= count; });
+  Eventually([&] {
+    const std::string text = Slurp(path);
+    size_t ends = 0;
+    for (size_t at = 0; (at = text.find("\r\n\r\n", at)) != std::string::npos; at += 4) ++ends;
+    return ends >= count;
+  });
   return LogLines(path);
 }
 

@@ -17,7 +17,7 @@ bool Eventually(const std::function<bool()>& condition);
 // is the last element when it is not empty.
 std::vector<std::string> LogLines(const std::string& path);
 
-// Waits for that many lines, then returns them.
+// Waits for that many lines with their separators, then returns them.
 std::vector<std::string> AwaitLines(const std::string& path, size_t count);
 
 // Runs `body` in a forked process that then ends through exit(), destructors and all. Its exit

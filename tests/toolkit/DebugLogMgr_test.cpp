@@ -391,6 +391,26 @@ TEST_F(DebugLogMgr, UnusableFileLosesALineAndChangesTheName) {
   EXPECT_FALSE(Exists(kLog));
 }
 
+TEST_F(DebugLogMgr, UnwritableFileLosesALineAndChangesTheName) {
+  mkdir("/tmp/frozen", 0700);
+  if (mount("frozen", "/tmp/frozen", "tmpfs", 0, nullptr) != 0) GTEST_SKIP() << "no mount";
+  Spill("/tmp/frozen/log.txt", "old");
+  ASSERT_EQ(mount("frozen", "/tmp/frozen", "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  Log().SetLogFileName(L"/tmp/frozen/log.txt");
+  Say(Log(), L"lost");
+  const auto name = [this] {
+    const CVELCriticalGuard guard(Log().m_csLogCache);
+    return std::string(CStringA(static_cast<const wchar_t*>(Log().m_strLogFileName)));
+  };
+  ASSERT_TRUE(Eventually([&] { return name() != "/tmp/frozen/log.txt"; }));
+  EXPECT_THAT(name(), StartsWith(" /tmp/frozen/log.txt.20"));
+  Say(Log(), L"kept");
+  EXPECT_THAT(Messages(AwaitLines(name(), 1)), ElementsAre("kept"));
+  EXPECT_EQ(Slurp("/tmp/frozen/log.txt"), "old");
+  EndLog();
+  EXPECT_EQ(umount("/tmp/frozen"), 0);
+}
+
 TEST_F(DebugLogMgr, FileOnAFullDiskIsContinuedLater) {
   mkdir("/tmp/small", 0700);
   if (mount("small", "/tmp/small", "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "no mount";

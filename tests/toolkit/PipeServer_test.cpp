@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -19,6 +20,16 @@
 #include "FileService.h"
 #include "LogHost.h"
 #include "PipeIPC.h"
+
+namespace {
+std::atomic<int> g_badCloses(0);  // of descriptors that were not open
+}
+
+extern "C" int close(int descriptor) {
+  const int result = static_cast<int>(syscall(SYS_close, descriptor));
+  if (result != 0 && errno == EBADF) ++g_badCloses;
+  return result;
+}
 
 namespace {
 
@@ -181,7 +192,14 @@ struct States {
 
 class PipeServer : public testing::Test {
  protected:
-  void SetUp() override { m_threads = ThreadCount(); }
+  void SetUp() override {
+    m_threads = ThreadCount();
+    g_badCloses = 0;
+  }
+  void TearDown() override {
+    m_endpoint.reset();
+    EXPECT_EQ(g_badCloses, 0);
+  }
 
   // Connects as a server object; what it registered with.
   Bytes Connect(PPROCESSMESSAGE callback = Echo, void* context = nullptr) {
@@ -513,6 +531,29 @@ TEST_F(PipeServer, ManyLivesLoseNoDescriptorAndNoThread) {
     ASSERT_LE(descriptors(), before);
   }
   EXPECT_TRUE(ThreadsAreGone());
+}
+
+// Another thread is given the numbers that the endpoint lets go, and misses none that it closed.
+TEST_F(PipeServer, DescriptorsOfOthersStayOpen) {
+  std::atomic<bool> done(false);
+  std::thread other([&] {
+    while (!done) {
+      int mine[4];
+      for (int& descriptor : mine) descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+      std::this_thread::yield();
+      for (const int descriptor : mine) close(descriptor);
+    }
+  });
+  Connect();
+  for (int life = 0; life < 50; ++life) {
+    for (int count = 0; count < 3; ++count) m_router.Send(Request("x"));
+    if (life % 2 == 0) m_router.Drop();
+    if (life % 3 == 0) m_endpoint = std::make_unique<CPipeIPC>();
+    m_endpoint->DisConnect();
+    Connect();
+  }
+  done = true;
+  other.join();
 }
 
 TEST_F(PipeServer, StepsAreTraced) {
