@@ -142,10 +142,12 @@ void CDebugLogMgr::BeforeFork() {
   if (g_manager == nullptr) return;
   g_manager->m_csWriter.EnterVELCritical();
   g_manager->m_csLogCache.EnterVELCritical();
+  HoldLogTime();
 }
 
 void CDebugLogMgr::AfterForkInParent() {
   if (g_manager == nullptr) return;
+  ReleaseLogTime();
   g_manager->m_csLogCache.LeaveVELCritical();
   g_manager->m_csWriter.LeaveVELCritical();
 }
@@ -156,6 +158,7 @@ void CDebugLogMgr::AfterForkInChild() {
   if (g_manager == nullptr) return;
   CDebugLogMgr& log = *g_manager;
   g_underWay.store(0);
+  ReleaseLogTime();
   log.m_csLogCache.LeaveVELCritical();
   log.m_csWriter.LeaveVELCritical();
   log.DiscardLines();

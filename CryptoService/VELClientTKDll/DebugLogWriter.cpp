@@ -2,7 +2,6 @@
 #include <errno.h>
 #include <locale.h>
 #include <signal.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 #include <wchar.h>
@@ -12,6 +11,7 @@
 #include <new>
 
 #include "DebugLogMgr.h"
+#include "LogPrefix.h"
 
 namespace {
 
@@ -149,7 +149,7 @@ DWORD CDebugLogMgr::OpenLog() {
 bool CDebugLogMgr::TakeNewName() {
   timeval now = {};
   tm local = {};
-  if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) return false;
+  if (!ReadLogTime(now, local)) return false;
   wchar_t name[1024] = {};
   swprintf(name, 1023, L" %ls.%04d.%02d.%02d.%02d.%02d.%02d.%03d",
            static_cast<const wchar_t*>(LogFileName()), local.tm_year + 1900, local.tm_mon + 1,

@@ -1,13 +1,13 @@
 #include "LogPrefix.h"
 
 #include <pthread.h>
-#include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <iterator>
 
 namespace {
+
+pthread_mutex_t g_timeLock = PTHREAD_MUTEX_INITIALIZER;
 
 // Fills an array with text and decimal numbers and cuts what does not fit. The formatter of the
 // system library takes as long for a prefix as all the rest of a line does.
@@ -46,7 +46,7 @@ class PrefixWriter {
 bool FormatLogPrefix(LogPrefix& out, LPCTSTR srcFile, LPCTSTR function, DWORD line) {
   timeval now = {};
   tm local = {};
-  if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) return false;
+  if (!ReadLogTime(now, local)) return false;
   PrefixWriter prefix(out);
   prefix << L"[P";
   prefix.Number(getpid(), 4) << L"] [T";
@@ -64,4 +64,19 @@ bool FormatLogPrefix(LogPrefix& out, LPCTSTR srcFile, LPCTSTR function, DWORD li
   prefix << L"(";
   prefix.Number(static_cast<int>(line), 1) << L")]: ";
   return true;
+}
+
+bool ReadLogTime(timeval& now, tm& local) {
+  HoldLogTime();
+  const bool read = gettimeofday(&now, nullptr) == 0 && localtime_r(&now.tv_sec, &local) != nullptr;
+  ReleaseLogTime();
+  return read;
+}
+
+void HoldLogTime() {
+  pthread_mutex_lock(&g_timeLock);
+}
+
+void ReleaseLogTime() {
+  pthread_mutex_unlock(&g_timeLock);
 }

@@ -23,6 +23,7 @@
 
 #include "DebugLogMgr.h"
 #include "LogHost.h"
+#include "LogPrefix.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define SANITIZED 1
@@ -394,6 +395,35 @@ TEST_F(LogLife, ForkedChildHasAWriterOfItsOwn) {
             }),
             0);
   for (const std::string& message : Messages()) ASSERT_EQ(message, "parent");
+}
+
+// The system library's lock of the time zone is not freed in a child.
+TEST_F(LogLife, ForkedChildFindsNoTimeLockHeld) {
+#if SANITIZED
+  GTEST_SKIP() << "the sanitizers do not survive a fork among threads";
+#endif
+  EXPECT_EQ(RunHost([] {
+              CDebugLogMgr::GetInstance();
+              std::atomic<bool> done(false);
+              LogPrefix prefix;
+              std::thread other([&] {
+                LogPrefix mine;
+                while (!done) FormatLogPrefix(mine, L"a.cpp", L"f", 1);
+              });
+              for (int child = 0; child < 500; ++child) {
+                const pid_t pid = fork();
+                if (pid == 0) {
+                  alarm(20);
+                  _exit(FormatLogPrefix(prefix, L"a.cpp", L"f", 1) ? 0 : 1);
+                }
+                int status = 0;
+                waitpid(pid, &status, 0);
+                if (status != 0) _exit(1);
+              }
+              done = true;
+              other.join();
+            }),
+            0);
 }
 
 TEST_F(LogLife, ForkedChildThatDoesNotLogEndsAtOnce) {
