@@ -69,7 +69,7 @@ std::map<std::string, std::string> Examples(const std::string& page) {
 std::string Dump(const Bytes& bytes) {
   std::string dump;
   for (size_t row = 0; row < bytes.size(); row += 16) {
-    char piece[16];
+    char piece[32];
     snprintf(piece, sizeof(piece), "%08zx ", row);
     dump += piece;
     std::string text;
