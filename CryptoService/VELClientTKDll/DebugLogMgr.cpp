@@ -112,8 +112,6 @@ CDebugLogMgr::CDebugLogMgr()
       m_logLevel(1),
       m_thread(0),
       exit_flag(0),
-      m_nameChanges(1),
-      m_folderMadeFor(0),
       m_writerId(0),
       m_writerEnded(false),
       m_writer(),
@@ -180,7 +178,6 @@ int CDebugLogMgr::GetLogLevel() {
 void CDebugLogMgr::SetLogFileName(LPCTSTR name) {
   const CVELCriticalGuard guard(m_csLogCache);
   m_strLogFileName = name;
-  ++m_nameChanges;
 }
 
 void CDebugLogMgr::SetLogHeader(LPCTSTR header) {
@@ -207,7 +204,7 @@ void CDebugLogMgr::EnableGlobalMode(BOOL enable) {
 
 struct CDebugLogMgr::LineSetting {
   wchar_t folder[kPathCharacters];  // empty when nothing is to be created
-  unsigned nameChanges;
+  CString folderOf;                 // the file name that it is of
   CString header;
 };
 
@@ -218,10 +215,10 @@ CDebugLogMgr::LineSetting CDebugLogMgr::Setting() {
   setting.folder[0] = L'\0';
   const CVELCriticalGuard guard(m_csLogCache);
   setting.header = m_strLogHeader;
-  setting.nameChanges = m_nameChanges;
   if (m_strLogFileName.IsEmpty()) {
     m_strLogFileName = kDefaultName;
-  } else if (m_folderMadeFor != m_nameChanges || m_logCacheHead == nullptr) {
+  } else if (m_logCacheHead == nullptr || wcscmp(m_folderMadeFor, m_strLogFileName) != 0) {
+    setting.folderOf = m_strLogFileName;
     wcsncpy(setting.folder, m_strLogFileName, kPathCharacters - 1);
     setting.folder[kPathCharacters - 1] = L'\0';
     PathRemoveFileSpecW(setting.folder);
@@ -244,16 +241,16 @@ void CDebugLogMgr::OutputArgs(LPCTSTR type, int level, LPCTSTR srcFile, LPCTSTR 
   std::unique_ptr<LogCacheList> node(new (std::nothrow) LogCacheList());
   if (message == nullptr || node == nullptr) return;
   Join(node->strLog, {type == nullptr ? L"" : type, prefix, setting.header, message.get()});
-  Queue(node.release(), setting.nameChanges);
+  Queue(node.release(), setting);
 }
 
-void CDebugLogMgr::Queue(LogCacheList* node, unsigned folderMadeFor) {
+void CDebugLogMgr::Queue(LogCacheList* node, const LineSetting& setting) {
   int running;
   {
     const CVELCriticalGuard guard(m_csLogCache);
     (m_logCacheTail != nullptr ? m_logCacheTail->next : m_logCacheHead) = node;
     m_logCacheTail = node;
-    m_folderMadeFor = folderMadeFor;
+    if (setting.folder[0] != L'\0') m_folderMadeFor = setting.folderOf;
     running = m_thread;
   }
   if (running == 0) CreateWriteLogThread();

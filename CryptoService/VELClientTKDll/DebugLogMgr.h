@@ -109,7 +109,7 @@ class CDebugLogMgr {
   static void AfterForkInChild();
 
   LineSetting Setting();
-  void Queue(LogCacheList* node, unsigned folderMadeFor);
+  void Queue(LogCacheList* node, const LineSetting& setting);
   LogCacheList* TakeLine();
   void DiscardLines();
   bool Exiting() const;
@@ -124,8 +124,7 @@ class CDebugLogMgr {
   void AppendLine(const CString& line);
   void TruncateLog(DWORD size, DWORD percent);
 
-  unsigned m_nameChanges;    // of the file; guarded like it, as is the next
-  unsigned m_folderMadeFor;  // m_nameChanges when the folder was made for the last queued line
+  CString m_folderMadeFor;  // the name whose folder a line made last; guarded like the name
 
   CVELCritical m_csWriter;  // guards the two below
   int m_writerId;           // the kernel's number of the writer, 0 until it runs

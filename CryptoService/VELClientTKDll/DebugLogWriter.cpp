@@ -156,7 +156,6 @@ bool CDebugLogMgr::TakeNewName() {
            local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec));
   const CVELCriticalGuard guard(m_csLogCache);
   m_strLogFileName = name;
-  ++m_nameChanges;
   return true;
 }
 

@@ -312,7 +312,10 @@ TEST_F(DebugLogMgr, FolderOfANewNameIsCreatedAmongWaitingLines) {
   const int pipe = open("/tmp/own.txt", O_RDONLY | O_NONBLOCK);
   Log().SetLogFileName(L"/tmp/own.txt");
   for (int line = 0; line < 20; ++line) Say(Log(), std::wstring(8000, L'x').c_str());
-  Log().SetLogFileName(L"/tmp/made/log.txt");
+  {
+    const CVELCriticalGuard guard(Log().m_csLogCache);
+    Log().m_strLogFileName = L"/tmp/made/log.txt";  // as the setter does
+  }
   Say(Log(), L"first");
   EXPECT_TRUE(Exists("/tmp/made"));
   EXPECT_TRUE(Eventually([&] {
