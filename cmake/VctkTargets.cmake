@@ -1,5 +1,12 @@
 # Helpers that keep each library, test and benchmark to one call.
 
+# Under the emulator vctk_test leaves out what this list names.
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+  set(VCTK_NOT_EMULATED_FILE ${CMAKE_SOURCE_DIR}/tests/not_emulated.txt)
+  file(STRINGS ${VCTK_NOT_EMULATED_FILE} VCTK_NOT_EMULATED REGEX "^[^#]")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${VCTK_NOT_EMULATED_FILE})
+endif()
+
 # vctk_hide_symbols(TARGET MAP): the shared library TARGET exports what the version script MAP
 # lists and nothing else; no symbol is unique, so that unloading works.
 function(vctk_hide_symbols target map)
@@ -33,10 +40,11 @@ function(vctk_test)
   if("threads" IN_LIST T_LABELS)
     add_dependencies(thread_tests ${T_NAME})
   endif()
-  set(command $<TARGET_FILE:${T_NAME}>)
+  set(command ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${T_NAME}>)
   if(T_SANDBOX)
     add_dependencies(${T_NAME} sandbox)
-    set(command $<TARGET_FILE:sandbox> ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR} -- ${command})
+    set(command ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:sandbox>
+        ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR} -- ${command})
   endif()
   add_test(NAME ${T_NAME} COMMAND ${command})
   if(NOT T_TIMEOUT)
@@ -45,6 +53,27 @@ function(vctk_test)
   set_tests_properties(${T_NAME} PROPERTIES
     LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT} SKIP_RETURN_CODE 77
     ENVIRONMENT "LC_ALL=C.UTF-8;TZ=UTC;TSAN_OPTIONS=halt_on_error=1;${no_dialog};${T_ENV}")
+  set(cases ${VCTK_NOT_EMULATED})
+  list(FILTER cases INCLUDE REGEX "^${T_NAME} ")
+  list(TRANSFORM cases REPLACE "^[^ ]+ +([^ ]+) .*" "\\1")
+  list(JOIN cases ":" cases)
+  if(cases)
+    set_property(TEST ${T_NAME} APPEND PROPERTY ENVIRONMENT "GTEST_FILTER=-${cases}")
+  endif()
+endfunction()
+
+# vctk_program(TARGET VARIABLE): sets VARIABLE to what a test starts to run the program TARGET: the
+# program itself or, where it is built for another processor, a script that runs it in the emulator.
+function(vctk_program target variable)
+  set(program $<TARGET_FILE:${target}>)
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    set(script ${CMAKE_BINARY_DIR}/bin/emulated/${target})
+    file(GENERATE OUTPUT ${script}
+         CONTENT "#!/bin/sh\nexec ${CMAKE_CROSSCOMPILING_EMULATOR} ${program} \"$@\"\n"
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    set(program ${script})
+  endif()
+  set(${variable} ${program} PARENT_SCOPE)
 endfunction()
 
 # vctk_bench(NAME stem SOURCES file... [LIBS lib...]): a Google Benchmark program.
