@@ -20,6 +20,12 @@ else()
   add_link_options(LINKER:--no-undefined)
 endif()
 
+if(VCTK_PACKAGES)
+  # What is built does not tell in which folder it was built.
+  add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=build)
+  set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+endif()
+
 find_program(VCTK_CCACHE ccache)
 if(VCTK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_C_COMPILER_LAUNCHER ${VCTK_CCACHE})

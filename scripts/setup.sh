@@ -14,7 +14,7 @@ packages=(
   locales                             # text tests in other encodings
   openssl pinentry-curses             # the demo and the end-to-end tests
 )
-all=(clang-14)
+all=(clang-14 dpkg-dev file git lintian)
 arm64=(
   g++-aarch64-linux-gnu qemu-user
   libstdc++6:arm64 libssl-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 libexpat1-dev:arm64
@@ -45,7 +45,7 @@ missing() {
 }
 
 # These exclude the same package for another processor, so their files are unpacked below build/.
-apart=(libassuan-dev libassuan0 libbotan-2-dev libgpg-error-dev libgpg-error0)
+apart=(libassuan-dev libassuan0 libbotan-2-dev libc-bin libgpg-error-dev libgpg-error0)
 unpack_apart() {
   local folder=$root/build/arm64-root package work
   [ $cross = yes ] || return 0
