@@ -16,6 +16,20 @@ function(vctk_hide_symbols target map)
   target_link_options(${target} PRIVATE LINKER:--version-script=${map})
 endfunction()
 
+# The interface is compared with its reference in optimised builds by g++: others describe it in other
+# words.
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_BUILD_TYPE STREQUAL Release AND NOT VCTK_SANITIZE)
+  set(VCTK_ABI_GUARDED ON)
+endif()
+
+# vctk_guard_abi(SOURCE...): the sources that define exported functions carry debug information, from
+# which tests/contract reads the interface. Installing for packages strips it.
+function(vctk_guard_abi)
+  if(VCTK_ABI_GUARDED)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -g)
+  endif()
+endfunction()
+
 # vctk_test(NAME stem SOURCES file... [LIBS lib...] [LABELS label...] [ENV VAR=value...]
 #           [DEPENDS target...] [SANDBOX] [TIMEOUT seconds])
 # A gtest program `stem`, run by ctest under that name. SANDBOX gives it a mount and network

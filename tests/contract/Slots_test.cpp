@@ -254,7 +254,10 @@ TEST(Slots, EveryOperationIsInItsSlot) {
     ASSERT_NE(call, kCalls.end()) << slot.interface << " " << slot.operation;
     LastSlot();
     call->second();
-    EXPECT_EQ(LastSlot(), slot.number) << slot.interface << " " << slot.operation;
+    EXPECT_EQ(LastSlot(), slot.number) << slot.interface << " " << slot.operation
+                                       << " moved: device libraries that exist have it at the slot "
+                                          "of slots.txt. Put new operations "
+                                          "behind the last of their interface, and into slots.txt.";
   }
 }
 

@@ -4,7 +4,8 @@
 # compatibility library alone.
 set -eu
 nm -D --defined-only "$1" | awk '{print $3}' | sed 's/@.*//' | LC_ALL=C sort | diff "$2" - || {
-  echo "exported symbols differ from $2" >&2
+  echo "exported symbols differ from $2: a function that hosts were built with stays; a new one is" \
+    "named there, in vctk.h and in CHANGELOG.md" >&2
   exit 1
 }
 if nm -D --defined-only "$1" | awk '$2 == "u"' | grep .; then
