@@ -206,10 +206,13 @@ bool CMarkup::x_OpenEmptyElem(int iPos) {
     --left;
     while (IsSpace(m_strDoc[left - 1])) --left;
   }
-  const std::wstring tags = L"></" + name + L">";
+  // A slash ahead of this one would now end the tag itself.
+  const std::wstring close = m_strDoc[left - 1] == L'/' ? L" >" : L">";
+  const std::wstring tags = close + L"</" + name + L">";
   const int shift = static_cast<int>(tags.length()) - (end - left);
   x_DocChange(left, end - left, tags);
-  elem.nStartTagLen = static_cast<unsigned int>(left + 1 - elem.nStart) & ElemPos::START_TAG_MAX;
+  const int tagEnd = left + static_cast<int>(close.length());
+  elem.nStartTagLen = static_cast<unsigned int>(tagEnd - elem.nStart) & ElemPos::START_TAG_MAX;
   elem.nEndTagLen = (name.length() + 3) & ElemPos::END_TAG_MAX;
   elem.nFlags &= ~MNF_NONENDED;
   x_Adjust(iPos, 0, shift);

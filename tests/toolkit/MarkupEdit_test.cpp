@@ -125,6 +125,20 @@ TEST(MarkupEdit, AnElementWithoutEndTagGetsOneForItsFirstChild) {
   ExpectLikeFreshParse(open);
 }
 
+TEST(MarkupEdit, ASlashAheadOfTheOneThatEndsATagDoesNotEndItAfterwards) {
+  for (const wchar_t* const tag : {L"<r//>", L"<r/ />", L"<r a=x//>"}) {
+    CMarkup doc(tag);
+    ASSERT_TRUE(doc.FindElem() && doc.AddChildElem(L"k", nullptr, kPlain)) << tag;
+    EXPECT_EQ(Outline(doc), L"r(k)") << tag;
+    ExpectLikeFreshParse(doc);
+  }
+  CMarkup doc(L"<r a=x//>");
+  ASSERT_TRUE(doc.FindElem());
+  EXPECT_EQ(doc.GetAttrib(L"a"), L"x/");
+  ASSERT_TRUE(doc.AddChildElem(L"k", nullptr, kPlain));
+  EXPECT_EQ(doc.GetAttrib(L"a"), L"x/");
+}
+
 TEST(MarkupEdit, NamesThatWouldNotBeReadBackAreRefused) {
   CMarkup doc(L"<r/>");
   ASSERT_TRUE(doc.FindElem());
