@@ -36,6 +36,7 @@ struct FilePos {
   std::wstring m_strIOResult;  // result elements of the operation
 
  private:
+  bool IsUTF16() const;
   bool ReadBlock();
   bool ReadRest();
   bool FileSpecifyEncoding();

@@ -30,15 +30,21 @@ void SwapEnds(std::string& block) {
   memcpy(&block[0], units.data(), count * 2);
 }
 
-// Whether a block of it means something else than behind the block before.
+// Whether a block of it means something else than behind the block before: it shifts, or letters
+// and the accents behind them become one character.
 bool IsStateful(const std::wstring& encoding) {
   const int page = CMarkup::x_GetEncodingCodePage(encoding);
   const std::string name = TextEncoding::IConvName(encoding);
-  return page == 65000 || page == 52936 || (page >= 50220 && page <= 50229) ||
-         name.compare(0, 9, "ISO-2022-") == 0 || name.compare(0, 4, "UTF-7") == 0;
+  return page == 65000 || page == 1258 || name.compare(0, 4, "TCVN") == 0 || page == 52936 ||
+         (page >= 50220 && page <= 50229) || name.compare(0, 9, "ISO-2022-") == 0 ||
+         name.compare(0, 4, "UTF-7") == 0;
 }
 
 }  // namespace
+
+bool FilePos::IsUTF16() const {
+  return (m_nDocFlags & (MDF_UTF16LEFILE | MDF_UTF16BEFILE)) != 0;
+}
 
 bool FilePos::FileOpenRead(const std::string& file) {
   m_fp = fopen(file.c_str(), "rbe");
@@ -52,6 +58,8 @@ bool FilePos::FileReadText(std::wstring& strDoc) {
   } while (m_strBuffer.length() < HEAD_SIZE && !m_bEndOfFile);
   if (!FileSpecifyEncoding()) return false;
   for (;;) {
+    // First of all, for a zero may stand inside a character that the end of a block cuts off.
+    if (!IsUTF16()) m_nNulls += EraseNulls(m_strBuffer, 0);
     const int length = FileCheckRaggedEnd(m_bEndOfFile);
     ConvertBlock(length, strDoc);
     if (strDoc.length() > INT_MAX || m_nFileByteLen > INT_MAX) {
@@ -163,22 +171,21 @@ int FilePos::FileCheckRaggedEnd(bool bEndOfFile) {
 }
 
 void FilePos::ConvertBlock(int nLength, std::wstring& strDoc) {
-  std::string block = m_strBuffer.substr(0, nLength);
+  // A character cut off by the end gives nothing, but tells that those ahead of it are complete.
+  std::string block = m_strBuffer;
   m_strBuffer.erase(0, nLength);
+  const int cutOff = m_strBuffer.empty() ? 0 : 1;
   std::wstring encoding = m_strEncoding;
-  const bool utf16 = (m_nDocFlags & (MDF_UTF16LEFILE | MDF_UTF16BEFILE)) != 0;
-  if (utf16) {
+  if (IsUTF16()) {
     encoding = kBigEndian ? L"UTF-16BE" : L"UTF-16LE";
     if ((m_nDocFlags & kOtherEndFlag) != 0) SwapEnds(block);
-  } else {
-    m_nNulls += EraseNulls(block, 0);
   }
   TextEncoding text(encoding, block.data(), static_cast<int>(block.length()));
   const int count = text.PerformConversion(nullptr, TextEncoding::WIDE);
-  m_nFailedChars += text.m_nFailedChars;
+  m_nFailedChars += text.m_nFailedChars - cutOff;
   if (count <= 0) return;
   const size_t before = strDoc.length();
   strDoc.resize(before + count);
   text.PerformConversion(&strDoc[before], TextEncoding::WIDE);
-  if (utf16) m_nNulls += EraseNulls(strDoc, before);
+  if (IsUTF16()) m_nNulls += EraseNulls(strDoc, before);
 }

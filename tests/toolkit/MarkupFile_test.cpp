@@ -212,6 +212,50 @@ TEST_F(MarkupFile, ZeroBytesAreRemovedAndCounted) {
   EXPECT_NE(doc.m_strResult.find(L"<nulls_removed count=\"1\"/>"), std::wstring::npos);
 }
 
+TEST_F(MarkupFile, AZeroByteInsideACharacterIsRemovedWhereverABlockEnds) {
+  // Behind what tells the encoding, whose length no block changes.
+  const std::string head = "<?xml version='1.0' encoding='GB18030'?><a>" + std::string(1024, 'x');
+  Write(head + std::string("\xd6\0\xd0\x82\0\0\x30\x84\0\x36</a>", 14));
+  for (int size = 1; size <= 20; ++size) {
+    FilePos reader(0);
+    reader.m_nBlockSizeBasis = size;
+    std::wstring doc;
+    ASSERT_TRUE(reader.FileOpenRead(m_file) && reader.FileReadText(doc));
+    EXPECT_EQ(doc, std::wstring(head.begin(), head.end()) + L"\x4e2d\x34c7</a>") << size;
+    EXPECT_NE(reader.m_strIOResult.find(L"<nulls_removed count=\"4\"/>"), std::wstring::npos);
+  }
+}
+
+TEST_F(MarkupFile, AnInvalidByteAheadOfTheEndOfABlockIsMarkedLikeAnyOther) {
+  const std::string head = "<?xml version='1.0' encoding='UTF-8'?><a>" + std::string(1024, 'x');
+  Write(head + "R\xdd\xdd\xdd\xe4\xb8\xadS\xe4\xb8T\xdd</a>");
+  for (int size = 1; size <= 20; ++size) {
+    FilePos reader(0);
+    reader.m_nBlockSizeBasis = size;
+    std::wstring doc;
+    ASSERT_TRUE(reader.FileOpenRead(m_file) && reader.FileReadText(doc));
+    EXPECT_EQ(doc, std::wstring(head.begin(), head.end()) + L"R???\x4e2dS??T?</a>") << size;
+  }
+}
+
+TEST_F(MarkupFile, AnAccentJoinsItsLetterWhereverABlockEnds) {
+  const std::string head =
+      "<?xml version='1.0' encoding='windows-1258'?><a>" + std::string(1024, 'x');
+  Write(head +
+        "e\xcc"
+        "ae\xcc</a>");
+  for (int size = 1; size <= 8; ++size) {
+    FilePos reader(0);
+    reader.m_nBlockSizeBasis = size;
+    std::wstring doc;
+    ASSERT_TRUE(reader.FileOpenRead(m_file) && reader.FileReadText(doc));
+    EXPECT_EQ(doc, std::wstring(head.begin(), head.end()) +
+                       L"\xe8"
+                       L"a\xe8</a>")
+        << size;
+  }
+}
+
 TEST_F(MarkupFile, ACharacterCutOffByTheEndIsTold) {
   Write("\xef\xbb\xbf<a/>\xe4\xb8");
   CMarkup doc;
