@@ -2,17 +2,17 @@
 
 #include <sys/mman.h>
 
+#include <climits>
 #include <cstdint>
 #include <cwchar>
+#include <functional>
 
 namespace {
 
 // Room for a long text in large pages: to touch fresh small ones costs more than to parse the text.
-// Does nothing when there is room, so a text may be a part of this one.
 void ReserveLarge(std::wstring& text, size_t length) {
   constexpr uintptr_t kLargePage = 2 << 20;
-  if (length <= text.capacity() || length * sizeof(wchar_t) < 2 * kLargePage) return;
-  text.clear();
+  if (length <= text.capacity()) return;
   text.reserve(length);
   const uintptr_t start = reinterpret_cast<uintptr_t>(text.data());
   const uintptr_t first = (start + kLargePage - 1) / kLargePage * kLargePage;
@@ -46,24 +46,31 @@ CMarkup::~CMarkup() {
 
 bool CMarkup::SetDoc(const wchar_t* doc) {
   if ((m_nDocFlags & (MDF_READFILE | MDF_WRITEFILE)) != 0) return false;
-  if (doc != nullptr) {
-    const size_t length = wcslen(doc);
-    ReserveLarge(m_strDoc, length);
-    m_strDoc.assign(doc, length);
-  } else {
-    m_strDoc.clear();
-    m_pElemPosTree->Clear();
-  }
+  if (doc != nullptr) return x_SetText(doc, wcslen(doc));
+  m_strDoc.clear();
+  m_pElemPosTree->Clear();
   m_strResult.clear();
   return x_ParseDoc();
 }
 
 bool CMarkup::SetDoc(const std::wstring& doc) {
   if ((m_nDocFlags & (MDF_READFILE | MDF_WRITEFILE)) != 0) return false;
-  ReserveLarge(m_strDoc, doc.length());
-  m_strDoc = doc;
+  return x_SetText(doc.c_str(), doc.length());
+}
+
+bool CMarkup::x_SetText(const wchar_t* pText, size_t nLength) {
   m_strResult.clear();
-  return x_ParseDoc();
+  const std::less<const wchar_t*> before;
+  const wchar_t* const own = m_strDoc.data();
+  const bool isOwn = !before(pText, own) && !before(own + m_strDoc.capacity(), pText);
+  // Copying first would fetch a text from memory twice that no cache can hold.
+  if (isOwn || nLength < LATE_COPY || nLength > INT_MAX) {
+    m_strDoc.assign(pText, nLength);
+    return x_ParseDoc();
+  }
+  m_strDoc.clear();
+  ReserveLarge(m_strDoc, nLength);
+  return x_ParseText(pText, nLength, &m_strDoc);
 }
 
 bool CMarkup::IsWellFormed() const {
@@ -138,8 +145,7 @@ std::wstring CMarkup::x_GetAttrib(int iPos, MarkupCStr name) const {
   } else {
     return std::wstring();
   }
-  token.ReadTagName();
-  if (!token.FindAttrib(name)) return std::wstring();
+  if (!token.FindTagAttrib(name)) return std::wstring();
   return UnescapeText(token.GetTokenPtr(), token.Length());
 }
 

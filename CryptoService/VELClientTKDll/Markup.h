@@ -202,12 +202,14 @@ class CMarkup : public MarkupFlags {
   ElemPosTree* m_pElemPosTree;
 
  private:
-  enum : size_t { RESULT_LIMIT = 1000 };
+  enum : size_t { RESULT_LIMIT = 1000, LATE_COPY = 1 << 20 };
 
+  bool x_SetText(const wchar_t* pText, size_t nLength);
+  bool x_ParseText(const wchar_t* pText, size_t nLength, std::wstring* pstrCopy);
   int x_OpenElem(int iPosParent, int iLast, int nStart, int nLength, int nLevel);
   void x_CloseElem(int iPos, int iLast, const NodePos& node);
-  int x_CloseUnended(int iPos, int& iLast, int nCount, int nExpected);
-  void x_ReportUnended(int iPos, int nExpected);
+  int x_CloseUnended(const TokenPos& token, int iPos, int& iLast, int nCount, int nExpected);
+  void x_ReportUnended(TokenPos token, int iPos, int nExpected);
   void x_ReportLoneEndTag(int iPosParent, const TokenPos& token, const NodePos& node);
   void x_ReportFault(int iPosParent, TokenPos& token, NodePos& node);
   void x_SetIllFormed(int iPos, int nFlags);

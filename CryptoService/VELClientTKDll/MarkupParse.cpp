@@ -4,19 +4,45 @@
 
 #include "Markup.h"
 
+namespace {
+
+// The text is copied whole even when memory for the index runs out.
+class CopyGuard {
+ public:
+  CopyGuard(TokenPos& token, std::wstring* target) : m_token(target != nullptr ? &token : nullptr) {
+    if (m_token != nullptr) m_token->BeginCopy(target);
+  }
+  CopyGuard(const CopyGuard&) = delete;
+  CopyGuard& operator=(const CopyGuard&) = delete;
+  ~CopyGuard() {
+    if (m_token != nullptr) m_token->EndCopy();
+  }
+
+ private:
+  TokenPos* m_token;
+};
+
+}  // namespace
+
 bool CMarkup::x_ParseDoc() {
+  return x_ParseText(m_strDoc.c_str(), m_strDoc.length(), nullptr);
+}
+
+// Copies the text to pstrCopy on the way unless that is null.
+bool CMarkup::x_ParseText(const wchar_t* pText, size_t nLength, std::wstring* pstrCopy) {
   ResetPos();
   m_pSavedPosMaps->ReleaseMaps();
   m_iPosFree = 1;
   m_iPosDeleted = 0;
   // Offsets have 31 bits: a longer text is kept, but nothing in it can be indexed.
-  const bool tooLong = m_strDoc.length() > INT_MAX;
-  const int length = tooLong ? 0 : static_cast<int>(m_strDoc.length());
+  const bool tooLong = nLength > INT_MAX;
+  const int length = tooLong ? 0 : static_cast<int>(nLength);
+  TokenPos token(pText, m_nDocFlags, nullptr, length);
+  const CopyGuard guard(token, pstrCopy);
   x_AllocElemPos(length / 64 + 8);
   x_Elem(0) = ElemPos();
   if (tooLong) x_Elem(0).nFlags = MNF_ILLFORMED;
   if (length > 0) {
-    TokenPos token(m_strDoc.c_str(), m_nDocFlags, nullptr, length);
     const int root = x_ParseElem(0, token);
     x_Elem(0).nLength = length;
     if (root < 1) {
@@ -51,6 +77,7 @@ int CMarkup::x_ParseElem(int iPosParent, TokenPos& token) {
   NodePos node;
   for (;;) {
     const int type = token.ParseNode(node);
+    token.CopyScanned();
     if (type == MNT_ELEMENT) {
       last = x_OpenElem(parent, last, node.nStart, node.nLength, level + depth);
       if (first == 0) first = last;
@@ -59,13 +86,13 @@ int CMarkup::x_ParseElem(int iPosParent, TokenPos& token) {
       last = 0;
       ++depth;
     } else if (type == TokenPos::NODE_END_TAG) {
-      const bool top = depth > 0 && token.MatchTag(m_strDoc.c_str() + x_Elem(parent).nStart + 1);
+      const bool top = depth > 0 && token.MatchTag(token.m_pDocText + x_Elem(parent).nStart + 1);
       const int above = top ? 0 : stack.FindAbove(token, parent, depth);
       if (above < 0) {
         x_ReportLoneEndTag(parent, token, node);
         continue;
       }
-      if (above > 0) parent = x_CloseUnended(parent, last, above, token.m_nL - 1);
+      if (above > 0) parent = x_CloseUnended(token, parent, last, above, token.m_nL - 1);
       x_CloseElem(parent, last, node);
       last = parent;
       parent = x_Elem(parent).iElemParent;
@@ -76,7 +103,7 @@ int CMarkup::x_ParseElem(int iPosParent, TokenPos& token) {
       if (type == TokenPos::NODE_END_OF_DOCUMENT) break;
     }
   }
-  if (depth > 0) x_CloseUnended(parent, last, depth, static_cast<int>(m_strDoc.length()));
+  if (depth > 0) x_CloseUnended(token, parent, last, depth, token.DocLength());
   if (last != 0) x_Elem(x_Elem(iPosParent).iElemChild).iElemPrev = last;
   return first;
 }
@@ -122,13 +149,14 @@ void CMarkup::x_CloseElem(int iPos, int iLast, const NodePos& node) {
 // followed by what it held. All end up under the parent of the outermost, which is returned. Each
 // element goes there directly, so that the time does not grow with the depth. iLast is the last
 // child of iPos, and then of that parent.
-int CMarkup::x_CloseUnended(int iPos, int& iLast, int nCount, int nExpected) {
+int CMarkup::x_CloseUnended(const TokenPos& token, int iPos, int& iLast, int nCount,
+                            int nExpected) {
   int parent = iPos;
   for (int i = 0; i < nCount; ++i) parent = x_Elem(parent).iElemParent;
   if (iLast == 0) iLast = iPos;
   int end = 0;  // the former children from here on have their parent already
   for (int i = 0; i < nCount; ++i) {
-    x_ReportUnended(iPos, nExpected);
+    x_ReportUnended(token, iPos, nExpected);
     ElemPos& elem = x_Elem(iPos);
     const int outer = elem.iElemParent;
     const int child = elem.iElemChild;
@@ -147,9 +175,11 @@ int CMarkup::x_CloseUnended(int iPos, int& iLast, int nCount, int nExpected) {
   return parent;
 }
 
-void CMarkup::x_ReportUnended(int iPos, int nExpected) {
+void CMarkup::x_ReportUnended(TokenPos token, int iPos, int nExpected) {
   if (m_strResult.length() >= RESULT_LIMIT) return;
-  x_AddResult(L"unended_start_tag", x_GetTagName(iPos), 0, x_Elem(iPos).nStart, nExpected);
+  token.m_nNext = x_Elem(iPos).nStart + 1;
+  token.ReadTagName();
+  x_AddResult(L"unended_start_tag", token.GetTokenText(), 0, x_Elem(iPos).nStart, nExpected);
 }
 
 void CMarkup::x_ReportLoneEndTag(int iPosParent, const TokenPos& token, const NodePos& node) {

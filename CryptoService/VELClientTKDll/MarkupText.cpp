@@ -6,6 +6,13 @@
 
 namespace {
 
+// The first "&" in [p, end), null without one. Most texts are short: no call is made for them.
+inline const wchar_t* FindAmpersand(const wchar_t* p, const wchar_t* end) {
+  if (end - p > 16) return wmemchr(p, L'&', end - p);
+  while (p != end && *p != L'&') ++p;
+  return p != end ? p : nullptr;
+}
+
 // The name between "&" and ";", at most nine characters, ASCII capitals folded.
 struct ReferenceName {
   enum : int { MAX = 9 };
@@ -134,11 +141,11 @@ std::wstring CMarkup::UnescapeText(MarkupCStr text, int length) {
   if (text == nullptr) return std::wstring();
   const wchar_t* p = text;
   const wchar_t* const end = p + (length < 0 ? wcslen(p) : static_cast<size_t>(length));
-  const wchar_t* ampersand = wmemchr(p, L'&', end - p);
+  const wchar_t* ampersand = FindAmpersand(p, end);
   if (ampersand == nullptr) return std::wstring(p, end);
   std::wstring result;
   result.reserve(end - p);
-  for (; ampersand != nullptr; ampersand = wmemchr(p, L'&', end - p)) {
+  for (; ampersand != nullptr; ampersand = FindAmpersand(p, end)) {
     result.append(p, ampersand);
     p = ampersand + 1;
     ReferenceName name;

@@ -1,5 +1,9 @@
 #include "MarkupToken.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
@@ -34,33 +38,55 @@ inline wchar_t Fold(wchar_t c) {
   return c >= L'A' && c <= L'Z' ? c + (L'a' - L'A') : c;
 }
 
+// The first character at or behind p that stops, as the terminator must. Lengths are alike in many
+// documents: branches that are guessed right are faster than arithmetic that has to be waited for.
+template <typename Stops>
+inline const wchar_t* SkipTo(const wchar_t* p, Stops stops) {
+  for (;; p += 4) {
+    if (stops(p[0])) return p;
+    if (stops(p[1])) return p + 1;
+    if (stops(p[2])) return p + 2;
+    if (stops(p[3])) return p + 3;
+  }
+}
+
+// What a name that is looked for may go on with.
+inline bool MayFollowName(wchar_t c) {
+  return c == 0 || c == L' ' || c == L'/' || c == L'=' || c == L'[' || c == L']';
+}
+
 inline const wchar_t* SkipSpace(const wchar_t* p) {
   while (IsSpace(*p)) ++p;
   return p;
 }
 
 inline const wchar_t* SkipName(const wchar_t* p) {
-  while (!IsNameEnd(*p)) ++p;
-  return p;
+  return SkipTo(p, IsNameEnd);
 }
 
 typedef int Lanes __attribute__((vector_size(16)));
 typedef long long Halves __attribute__((vector_size(16)));
 static_assert(sizeof(wchar_t) * TokenPos::BLOCK == 2 * sizeof(Lanes), "a block is two vectors");
 
+inline bool AnyLane(Lanes hits) {
+#ifdef __SSE2__
+  return _mm_movemask_epi8((__m128i)hits) != 0;  // NOLINT: same bits
+#else
+  const Halves halves = (Halves)hits;  // NOLINT: same bits
+  return (halves[0] | halves[1]) != 0;
+#endif
+}
+
 // The first c at or behind p, or the terminator. Blocks may begin ahead of blocksEnd.
 inline const wchar_t* ScanTo(const wchar_t* p, wchar_t c, const wchar_t* blocksEnd) {
+  const int code = static_cast<int>(c);
   for (; p < blocksEnd; p += TokenPos::BLOCK) {
     Lanes low, high;
     memcpy(&low, p, sizeof(low));
     memcpy(&high, p + TokenPos::BLOCK / 2, sizeof(high));
-    const int code = static_cast<int>(c);
-    const Halves hits =
-        (Halves)((low == code) | (low == 0) | (high == code) | (high == 0));  // NOLINT: same bits
-    if ((hits[0] | hits[1]) != 0) break;
+    if (AnyLane((low == code) | (low == 0) | (high == code) | (high == 0))) break;
   }
-  while (*p != c && *p != 0) ++p;
-  return p;
+  return SkipTo(p, [c](wchar_t x) { return x == c || x == 0; });
 }
 
 // A ">" alone does not end an instruction, nor a "?" an element's tag.
@@ -71,7 +97,7 @@ inline bool IsTagEnd(const wchar_t* p, bool instruction) {
 }
 
 // The value behind a "=": its first character, its end and where scanning goes on. ParseNode and
-// NextAttrib share it, so that they agree on where a tag ends.
+// ScanAttrib share it, so that they agree on where a tag ends.
 struct Value {
   const wchar_t* first;
   const wchar_t* end;
@@ -79,7 +105,7 @@ struct Value {
 };
 
 inline Value ScanValue(const wchar_t* p, const wchar_t* blocksEnd, bool instruction) {
-  p = SkipSpace(p);
+  if (*p != L'"') p = SkipSpace(p);
   if (*p == L'"' || *p == L'\'') {
     const wchar_t* const end = ScanTo(p + 1, *p, blocksEnd);
     return {p + 1, end, *end == 0 ? end : end + 1};
@@ -106,9 +132,7 @@ int TokenPos::StrNIACmp(const wchar_t* p1, const wchar_t* p2, int nLen) {
 }
 
 // The loops below compare a few characters, for which a call of the system library takes longer.
-inline bool TokenPos::BeginsName(const wchar_t* name) const {
-  const int length = Length();
-  const wchar_t* const token = GetTokenPtr();
+inline bool TokenPos::BeginsName(const wchar_t* token, int length, const wchar_t* name) const {
   if ((m_nTokenFlags & MDF_IGNORECASE) != 0) return StrNIACmp(token, name, length) == 0;
   for (int i = 0; i < length; ++i) {
     if (token[i] != name[i]) return false;
@@ -117,14 +141,12 @@ inline bool TokenPos::BeginsName(const wchar_t* name) const {
 }
 
 bool TokenPos::Match(const wchar_t* name) const {
-  if (!BeginsName(name)) return false;
-  const wchar_t next = name[Length()];
-  return next == 0 || next == L' ' || next == L'/' || next == L'=' || next == L'[' || next == L']';
+  return BeginsName(GetTokenPtr(), Length(), name) && MayFollowName(name[Length()]);
 }
 
 // No character of the token ends a name, so this goes nowhere behind the name's end.
 bool TokenPos::MatchTag(const wchar_t* name) const {
-  if (!BeginsName(name)) return false;
+  if (!BeginsName(GetTokenPtr(), Length(), name)) return false;
   const wchar_t next = name[Length()];
   return IsNameEnd(next) || next == L'[' || next == L']';
 }
@@ -140,41 +162,77 @@ void TokenPos::ReadTagName() {
   ReadName();
 }
 
-bool TokenPos::NextAttrib(TokenPos* attribute) {
-  const wchar_t* p = m_pDocText + m_nNext;
+// One attribute of a tag: its name, its value without quotes, where scanning goes on.
+struct TokenPos::Attrib {
+  const wchar_t* space;  // ahead of the name
+  const wchar_t* name;
+  const wchar_t* nameEnd;
+  Value value;
+};
+
+// The next attribute from p on; false at the tag's end, which is then name.
+inline bool TokenPos::ScanAttrib(const wchar_t* p, Attrib& attrib) const {
   for (;;) {
-    m_nPreSpaceStart = static_cast<int>(p - m_pDocText);
+    attrib.space = p;
     p = SkipSpace(p);
-    m_nPreSpaceLength = static_cast<int>(p - m_pDocText) - m_nPreSpaceStart;
-    const wchar_t* const name = p;
-    if (IsTagEnd(p, m_bInstruction)) {
-      m_nNext = m_nL = static_cast<int>(p - m_pDocText);
-      m_nR = m_nL - 1;
-      return false;
-    }
-    const wchar_t* const nameEnd = SkipName(p);
-    p = SkipSpace(nameEnd);
+    attrib.name = p;
+    if (IsTagEnd(p, m_bInstruction)) return false;
+    attrib.nameEnd = SkipName(p);
+    p = SkipSpace(attrib.nameEnd);
     if (*p == L'=') {
-      if (attribute != nullptr) {
-        attribute->m_nL = static_cast<int>(name - m_pDocText);
-        attribute->m_nR = static_cast<int>(nameEnd - m_pDocText) - 1;
-      }
-      const Value value = ScanValue(p + 1, m_pBlocksEnd, m_bInstruction);
-      m_nL = static_cast<int>(value.first - m_pDocText);
-      m_nR = static_cast<int>(value.end - m_pDocText) - 1;
-      m_nNext = static_cast<int>(value.next - m_pDocText);
+      attrib.value = ScanValue(p + 1, m_pBlocksEnd, m_bInstruction);
       return true;
     }
-    if (nameEnd == name) ++p;  // a stray character that no name can hold
+    if (attrib.nameEnd == attrib.name) ++p;  // a stray character that no name can hold
   }
 }
 
-bool TokenPos::FindAttrib(const wchar_t* name) {
-  TokenPos attribute(*this);
-  while (NextAttrib(&attribute)) {
-    if (attribute.Match(name)) return true;
+inline bool TokenPos::TakeAttrib(bool found, const Attrib& attrib) {
+  const wchar_t* const first = found ? attrib.value.first : attrib.name;
+  m_nPreSpaceStart = static_cast<int>(attrib.space - m_pDocText);
+  m_nPreSpaceLength = static_cast<int>(attrib.name - attrib.space);
+  m_nL = static_cast<int>(first - m_pDocText);
+  m_nR = found ? static_cast<int>(attrib.value.end - m_pDocText) - 1 : m_nL - 1;
+  m_nNext = found ? static_cast<int>(attrib.value.next - m_pDocText) : m_nL;
+  return found;
+}
+
+bool TokenPos::NextAttrib(TokenPos* attribute) {
+  Attrib attrib;
+  const bool found = ScanAttrib(m_pDocText + m_nNext, attrib);
+  if (found && attribute != nullptr) {
+    attribute->m_nL = static_cast<int>(attrib.name - m_pDocText);
+    attribute->m_nR = static_cast<int>(attrib.nameEnd - m_pDocText) - 1;
   }
-  return false;
+  return TakeAttrib(found, attrib);
+}
+
+inline bool TokenPos::LookUpAttrib(const wchar_t* name) {
+  Attrib attrib;
+  const wchar_t* p = m_pDocText + m_nNext;
+  while (ScanAttrib(p, attrib)) {
+    const int length = static_cast<int>(attrib.nameEnd - attrib.name);
+    if (BeginsName(attrib.name, length, name) && MayFollowName(name[length])) {
+      return TakeAttrib(true, attrib);
+    }
+    p = attrib.value.next;
+  }
+  return TakeAttrib(false, attrib);
+}
+
+bool TokenPos::FindAttrib(const wchar_t* name) {
+  return LookUpAttrib(name);
+}
+
+bool TokenPos::FindTagAttrib(const wchar_t* name) {
+  m_bInstruction = m_nNext > 0 && m_pDocText[m_nNext - 1] == L'?';
+  m_nNext = static_cast<int>(SkipName(m_pDocText + m_nNext) - m_pDocText);
+  return LookUpAttrib(name);
+}
+
+void TokenPos::CopyPiece() {
+  m_pCopy->append(m_pDocText + m_pCopy->length(), m_nNext - m_pCopy->length());
+  m_nCopyNext = m_nNext < INT_MAX - COPY_PIECE ? m_nNext + COPY_PIECE : INT_MAX;
 }
 
 inline int TokenPos::EndNode(NodePos& node, int nNodeType, const wchar_t* end) {
@@ -184,7 +242,7 @@ inline int TokenPos::EndNode(NodePos& node, int nNodeType, const wchar_t* end) {
   return nNodeType;
 }
 
-int TokenPos::Unterminated(NodePos& node, const wchar_t* kind) {
+[[gnu::cold]] int TokenPos::Unterminated(NodePos& node, const wchar_t* kind) {
   node.nNodeFlags = MNF_ILLDATA;
   if (m_bResults) {
     CMarkup::x_AddResult(node.strMeta, L"unterminated_tag_syntax", kind, MRC_TYPE, node.nStart);
@@ -192,7 +250,7 @@ int TokenPos::Unterminated(NodePos& node, const wchar_t* kind) {
   return EndNode(node, NODE_END_OF_DOCUMENT, m_pDocText + node.nStart);
 }
 
-int TokenPos::SyntaxError(NodePos& node, const wchar_t* result, const wchar_t* at) {
+[[gnu::cold]] int TokenPos::SyntaxError(NodePos& node, const wchar_t* result, const wchar_t* at) {
   node.nNodeFlags = MNF_ILLDATA;
   if (m_bResults) {
     CMarkup::x_AddResult(node.strMeta, result, nullptr, 0, static_cast<int>(at - m_pDocText));
@@ -200,7 +258,7 @@ int TokenPos::SyntaxError(NodePos& node, const wchar_t* result, const wchar_t* a
   return EndNode(node, NODE_ERROR, at);
 }
 
-int TokenPos::ParseExclamation(NodePos& node) {
+[[gnu::noinline]] int TokenPos::ParseExclamation(NodePos& node) {
   const wchar_t* const p = m_pDocText + node.nStart + 2;
   if (*p == L'-') {
     if (p[1] == 0) return Unterminated(node, L"comment");
@@ -223,7 +281,8 @@ int TokenPos::ParseCDataSection(NodePos& node) {
   return ParseUntil(node, MNT_CDATA_SECTION, p, L"]]>");
 }
 
-int TokenPos::ParseUntil(NodePos& node, int nNodeType, const wchar_t* from, const wchar_t* end) {
+[[gnu::noinline]] int TokenPos::ParseUntil(NodePos& node, int nNodeType, const wchar_t* from,
+                                           const wchar_t* end) {
   const int length = static_cast<int>(wcslen(end));
   for (const wchar_t* p = from; *(p = ScanTo(p, *end, m_pBlocksEnd)) != 0; ++p) {
     if (wcsncmp(p, end, length) == 0) return EndNode(node, nNodeType, p + length);
@@ -276,7 +335,7 @@ inline int TokenPos::ParseStartTag(NodePos& node) {
   ReadName();
   const wchar_t* p = m_pDocText + m_nNext;
   for (;;) {
-    while (static_cast<uint32_t>(*p) > L'>') ++p;
+    p = SkipTo(p, [](wchar_t c) { return static_cast<uint32_t>(c) <= L'>'; });
     if (*p == L'>') break;
     if (*p == 0) return Unterminated(node, L"start_tag");
     // A ">" inside a quoted value does not end the tag.
@@ -301,9 +360,8 @@ int TokenPos::ParseNode(NodePos& node) {
   const wchar_t* const start = m_pDocText + m_nNext;
   if (*start != L'<') return ParseText(node);
   if (static_cast<uint32_t>(start[1]) > L'?') return ParseStartTag(node);
+  if (start[1] == L'/') return ParseEndTag(node);
   switch (start[1]) {
-    case L'/':
-      return ParseEndTag(node);
     case L'!':
       return ParseExclamation(node);
     case L'?':

@@ -1,6 +1,7 @@
 #pragma once
 // The tokenizer of the markup document: nodes, tag names and attributes over one zero-terminated
 // wide text, which it never copies and never reads behind the terminator.
+#include <climits>
 #include <string>
 
 #include "MarkupFlags.h"
@@ -35,6 +36,9 @@ struct TokenPos {
         m_nPreSpaceStart(0),
         m_nPreSpaceLength(0),
         m_pReaderFilePos(pReaderFilePos),
+        m_nDocLength(static_cast<int>(nDocLength)),
+        m_pCopy(nullptr),
+        m_nCopyNext(INT_MAX),
         m_pBlocksEnd(pDocText + (nDocLength < BLOCK ? 0 : nDocLength + 2 - BLOCK)),
         m_bResults(true),
         m_bInstruction(false) {}
@@ -56,6 +60,9 @@ struct TokenPos {
   // is none: the token is then empty and stands at the end of the tag.
   bool FindAttrib(const wchar_t* name);
 
+  // ReadTagName, then FindAttrib.
+  bool FindTagAttrib(const wchar_t* name);
+
   // The name begins with the token and ends there or goes on with one of " =/[]".
   bool Match(const wchar_t* name) const;
   // The same for the name that begins at a place in a document and ends with its name characters.
@@ -63,6 +70,22 @@ struct TokenPos {
 
   // From now on faults come without a result element, whose making takes longer than the parsing.
   void OmitResults() { m_bResults = false; }
+
+  // Has the text copied to target, which is empty and has room for all of it, piece by piece behind
+  // the scanning: what was just looked at need not be fetched again. EndCopy copies the rest.
+  void BeginCopy(std::wstring* target) {
+    m_pCopy = target;
+    m_nCopyNext = COPY_PIECE;
+  }
+  void CopyScanned() {
+    if (m_nNext >= m_nCopyNext) CopyPiece();
+  }
+  void EndCopy() {
+    m_pCopy->append(m_pDocText + m_pCopy->length(), m_nDocLength - m_pCopy->length());
+  }
+
+  // The characters of the whole text; 0 when that was not said.
+  int DocLength() const { return m_nDocLength; }
 
   int Length() const { return m_nR - m_nL + 1; }
   const wchar_t* GetTokenPtr() const { return m_pDocText + m_nL; }
@@ -83,7 +106,15 @@ struct TokenPos {
   FilePos* m_pReaderFilePos;
 
  private:
-  bool BeginsName(const wchar_t* name) const;
+  enum : int { COPY_PIECE = 1 << 20 };
+
+  struct Attrib;
+
+  void CopyPiece();
+  bool BeginsName(const wchar_t* token, int length, const wchar_t* name) const;
+  bool LookUpAttrib(const wchar_t* name);
+  bool ScanAttrib(const wchar_t* p, Attrib& attrib) const;
+  bool TakeAttrib(bool found, const Attrib& attrib);
   void ReadName();
   int EndNode(NodePos& node, int nNodeType, const wchar_t* end);
   int Unterminated(NodePos& node, const wchar_t* kind);
@@ -96,6 +127,9 @@ struct TokenPos {
   int ParseDocumentType(NodePos& node);
   int ParseUntil(NodePos& node, int nNodeType, const wchar_t* from, const wchar_t* end);
 
+  int m_nDocLength;
+  std::wstring* m_pCopy;        // not owned
+  int m_nCopyNext;              // the offset from which on there is something to copy
   const wchar_t* m_pBlocksEnd;  // a block may begin ahead of it
   bool m_bResults;
   bool m_bInstruction;  // the name read last is that of a processing instruction

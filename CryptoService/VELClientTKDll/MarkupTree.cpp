@@ -1,6 +1,11 @@
 #include "MarkupTree.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <new>
+#include <type_traits>
+
+static_assert(std::is_trivially_copyable<ElemPos>::value, "segments are resized as bytes");
 
 void ElemPosTree::GrowElemPosTree(int nNewSize) {
   if (nNewSize <= m_nSize) return;
@@ -12,28 +17,28 @@ void ElemPosTree::GrowElemPosTree(int nNewSize) {
   }
   if (newLast >= m_nSegs) {
     const int capacity = (newLast + 2) * 2;
-    ElemPos** const segs = new ElemPos*[capacity]();
-    std::copy_n(m_pSegs, m_nSegs, segs);
-    delete[] m_pSegs;
+    ElemPos** const segs = capacity > FIRST_SEGS ? new ElemPos*[capacity] : m_pFirstSegs;
+    std::fill_n(std::copy_n(m_pSegs, m_nSegs, segs), capacity - m_nSegs, nullptr);
+    if (m_pSegs != m_pFirstSegs) delete[] m_pSegs;
     m_pSegs = segs;
     m_nSegs = capacity;
   }
   const int lastSize = m_nSize - (last << SEG_BITS);
-  if (newLast > last && lastSize < SEG_SIZE) ResizeSegment(last, lastSize, SEG_SIZE);
-  ResizeSegment(newLast, newLast == last ? lastSize : 0, nNewSize - (newLast << SEG_BITS));
+  if (newLast > last && lastSize < SEG_SIZE) ResizeSegment(last, SEG_SIZE);
+  ResizeSegment(newLast, nNewSize - (newLast << SEG_BITS));
   m_nSize = nNewSize;
 }
 
-void ElemPosTree::ResizeSegment(int iSeg, int nOldSize, int nNewSize) {
-  ElemPos* const segment = new ElemPos[nNewSize];
-  std::copy_n(m_pSegs[iSeg], nOldSize, segment);
-  delete[] m_pSegs[iSeg];
-  m_pSegs[iSeg] = segment;
+// A block that can grow where it is need not be copied.
+void ElemPosTree::ResizeSegment(int iSeg, int nNewSize) {
+  void* const segment = realloc(m_pSegs[iSeg], nNewSize * sizeof(ElemPos));
+  if (segment == nullptr) throw std::bad_alloc();
+  m_pSegs[iSeg] = static_cast<ElemPos*>(segment);
 }
 
 void ElemPosTree::Clear() {
-  for (int i = 0; i < m_nSegs; ++i) delete[] m_pSegs[i];
-  delete[] m_pSegs;
+  for (int i = 0; i < m_nSegs; ++i) free(m_pSegs[i]);
+  if (m_pSegs != m_pFirstSegs) delete[] m_pSegs;
   m_pSegs = nullptr;
   m_nSize = 0;
   m_nSegs = 0;

@@ -19,7 +19,8 @@ struct ElemPos {
 static_assert(sizeof(ElemPos) == 32, "one element costs 32 bytes");
 
 // Positions 0 to m_nSize - 1; new ones are not initialised. Position i is entry i % 65,536 of
-// segment i / 65,536; growth moves the entries of the last segment at most.
+// segment i / 65,536; growth moves the entries of the last segment at most. Out of memory growth
+// throws std::bad_alloc and changes nothing that is seen.
 struct ElemPosTree {
   enum : int { SEG_BITS = 16, SEG_SIZE = 1 << SEG_BITS };
 
@@ -41,5 +42,9 @@ struct ElemPosTree {
   int m_nSegs;  // capacity of m_pSegs
 
  private:
-  void ResizeSegment(int iSeg, int nOldSize, int nNewSize);
+  enum : int { FIRST_SEGS = 4 };
+
+  void ResizeSegment(int iSeg, int nNewSize);
+
+  ElemPos* m_pFirstSegs[FIRST_SEGS];  // what m_pSegs points at while it is enough
 };

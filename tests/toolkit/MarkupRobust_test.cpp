@@ -2,15 +2,32 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "Markup.h"
 #include "MarkupOutline.h"
+
+static long g_allocations = 0;
+
+void* operator new(size_t size) {
+  ++g_allocations;
+  void* const block = malloc(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+void operator delete(void* block) noexcept {
+  free(block);
+}
+void operator delete(void* block, size_t) noexcept {
+  free(block);
+}
 
 namespace {
 
@@ -163,6 +180,70 @@ TEST(MarkupRobust, AnAttributeOfTenMegabytes) {
   ASSERT_TRUE(doc.FindElem());
   EXPECT_EQ(doc.GetAttrib(L"a"), value);
   EXPECT_EQ(doc.GetAttrib(L"b"), L"x");
+}
+
+// Texts that are copied in pieces while they are parsed.
+TEST(MarkupRobust, ALongTextIsKeptWhateverItHolds) {
+  constexpr size_t kPiece = 1 << 20;
+  const std::wstring element = L"<e i='1'>text</e>";
+  const std::wstring many = Repeat(element, 3 * kPiece / static_cast<int>(element.length()));
+  const std::wstring texts[] = {
+      std::wstring(kPiece - 1, L'x'),
+      std::wstring(kPiece, L'x'),
+      std::wstring(kPiece + 1, L'x'),
+      L"<r>" + many + L"</r>",
+      L"<r a='" + std::wstring(2 * kPiece, L'v') + L"'>" + many + L"</r>",
+      many,
+      L"<r><unended>" + many,
+      L"<r>" + many + L"</lone><!-- " + many,
+      L"<r>" + many + std::wstring(1, 0) + many + L"</r>",
+  };
+  for (const std::wstring& text : texts) {
+    CMarkup doc;
+    doc.SetDoc(text);
+    EXPECT_TRUE(doc.GetDoc() == text);
+    const std::wstring upToZero = text.c_str();
+    CMarkup pieces, whole;
+    pieces.SetDoc(upToZero.c_str());
+    EXPECT_TRUE(pieces.GetDoc() == upToZero);
+    whole.m_strDoc = upToZero;
+    whole.x_ParseDoc();
+    EXPECT_EQ(pieces.m_strResult, whole.m_strResult);
+    EXPECT_EQ(pieces.m_iPosFree, whole.m_iPosFree);
+    EXPECT_EQ(doc.m_iPosFree, whole.m_iPosFree);
+    EXPECT_TRUE(ElementTexts(pieces) == ElementTexts(whole));
+  }
+}
+
+TEST(MarkupRobust, ATextMayBeAPartOfTheDocumentThatItReplaces) {
+  const std::wstring inner = L"<r>" + Repeat(L"<e/>", 400000) + L"</r>";
+  CMarkup doc(L"<x>" + inner + L"</x>");
+  const std::wstring text = doc.GetDoc();
+  EXPECT_TRUE(doc.SetDoc(doc.GetDoc()));
+  EXPECT_TRUE(doc.GetDoc() == text);
+  EXPECT_FALSE(doc.SetDoc(doc.GetDoc().c_str() + 3));
+  EXPECT_TRUE(doc.GetDoc() == inner + L"</x>");
+}
+
+// Allocations by new are counted; the tree's own are its segments.
+TEST(MarkupRobust, NothingIsAllocatedForASingleElement) {
+  constexpr int kCount = 1000000;
+  const std::wstring text = L"<r>" + Repeat(L"<e a='1'>text</e>", kCount) + L"</r>";
+  CMarkup doc;
+  const long before = g_allocations;
+  ASSERT_TRUE(doc.SetDoc(text));
+  EXPECT_LE(g_allocations - before, 20);
+  ASSERT_TRUE(doc.FindElem() && doc.IntoElem());
+  const long walking = g_allocations;
+  while (doc.FindElem(L"e")) EXPECT_EQ(doc.GetAttrib(L"a").length(), 1u);
+  EXPECT_EQ(g_allocations, walking);
+  // Beside the text: 32 bytes an element and at most one segment.
+  const int size = doc.m_pElemPosTree->m_nSize;
+  EXPECT_LE(size - doc.m_iPosFree, ElemPosTree::SEG_SIZE);
+  int segments = 0;
+  for (int i = 0; i < doc.m_pElemPosTree->m_nSegs; ++i)
+    segments += doc.m_pElemPosTree->m_pSegs[i] != nullptr;
+  EXPECT_EQ(segments, (size + ElemPosTree::SEG_SIZE - 1) / ElemPosTree::SEG_SIZE);
 }
 
 TEST(MarkupRobust, DocumentsCutAnywhere) {
