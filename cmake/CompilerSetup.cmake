@@ -26,6 +26,10 @@ if(VCTK_PACKAGES)
   set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 endif()
 
+if(VCTK_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 find_program(VCTK_CCACHE ccache)
 if(VCTK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_C_COMPILER_LAUNCHER ${VCTK_CCACHE})

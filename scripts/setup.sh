@@ -14,7 +14,7 @@ packages=(
   locales                             # text tests in other encodings
   openssl pinentry-curses             # the demo and the end-to-end tests
 )
-all=(clang-14 abigail-tools dpkg-dev file git lintian)
+all=(clang-14 libclang-rt-14-dev abigail-tools dpkg-dev file git lintian)
 arm64=(
   g++-aarch64-linux-gnu qemu-user
   libstdc++6:arm64 libssl-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 libexpat1-dev:arm64
