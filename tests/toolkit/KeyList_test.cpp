@@ -1,7 +1,24 @@
 // The key-list document: what each element and attribute gives, and what is refused.
+#include <fstream>
+#include <iterator>
+#include <vector>
+
 #include "Session.h"
 
 namespace {
+
+// The XML blocks of the page for those who write key lists, in their order.
+std::vector<std::string> BlocksOfThePage() {
+  std::ifstream file(KEY_LIST_PAGE);
+  const std::string page(std::istreambuf_iterator<char>(file), {});
+  const std::string begin = "```xml\n", end = "```\n";
+  std::vector<std::string> blocks;
+  for (size_t at = page.find(begin); at != std::string::npos; at = page.find(begin, at)) {
+    at += begin.length();
+    blocks.push_back(page.substr(at, page.find(end, at) - at));
+  }
+  return blocks;
+}
 
 const ULONG kGeneralFailure = 0xE0000001;
 
@@ -202,6 +219,37 @@ TEST_F(KeyList, WhatIsNoKeyListIsRefused) {
     EXPECT_EQ(SetKeyInfo(text), kGeneralFailure) << text;
   }
   EXPECT_EQ(Count(), 0);
+}
+
+TEST_F(KeyList, ThePageForItsWritersShowsWhatIsReadAndWhatIsRefused) {
+  const std::vector<std::string> blocks = BlocksOfThePage();
+  ASSERT_EQ(blocks.size(), 5u);
+  for (int i = 1; i <= 3; ++i) EXPECT_EQ(SetKeyInfo(blocks[i]), kGeneralFailure) << blocks[i];
+  ASSERT_EQ(Count(), 0);
+  ASSERT_EQ(SetKeyInfo(blocks[0]), 0u);
+  ASSERT_EQ(Count(), 3);
+  const tag_VEL_KEY_INFO_EX skf = m_toolkit.m_KeyInfoList.GetItem(0);
+  EXPECT_EQ(skf.CryptoInterfaceType, VEL_CRYPTO_INTERFACE_TYPE_SKF);
+  EXPECT_STREQ(skf.InterfaceLibName, "libskf_demo.so");
+  EXPECT_EQ(DWORD(skf.LibVersion), 16u);
+  EXPECT_EQ(skf.RSAHashALg, VEL_HASH_ALG_SHA256);
+  EXPECT_EQ(skf.SM2HashALg, VEL_HASH_ALG_SM3);
+  EXPECT_EQ(skf.PVIDEnable, TRUE);
+  EXPECT_STREQ(skf.PVID, "VID_1234&PID_5678");
+  const tag_VEL_KEY_INFO_EX p11 = m_toolkit.m_KeyInfoList.GetItem(1);
+  EXPECT_EQ(p11.CryptoInterfaceType, VEL_CRYPTO_INTERFACE_TYPE_P11);
+  EXPECT_STREQ(p11.InterfaceLibName, "/opt/demo/lib/libp11_demo.so");
+  EXPECT_EQ(p11.SM2HashALg, VEL_HASH_ALG_SHA256);
+  const tag_VEL_KEY_INFO_EX files = m_toolkit.m_KeyInfoList.GetItem(2);
+  EXPECT_EQ(files.CryptoInterfaceType, VEL_CRYPTO_INTERFACE_TYPE_CSP);
+  EXPECT_STREQ(files.InterfaceLibName, "");
+  EXPECT_EQ(files.RSAHashALg, VEL_HASH_ALG_SHA1);
+  // The patch is read where the list ends.
+  std::string patched = blocks[0];
+  patched.insert(patched.find("</liblist>"), blocks[4]);
+  ASSERT_EQ(SetKeyInfo(patched), 0u);
+  ASSERT_EQ(Count(), 7);
+  EXPECT_STREQ(m_toolkit.m_KeyInfoList.GetItem(6).InterfaceLibName, "libskf_demo.so");
 }
 
 TEST_F(KeyList, AHugeListIsReadWhole) {
