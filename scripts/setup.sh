@@ -14,7 +14,10 @@ packages=(
   locales                             # text tests in other encodings
   openssl pinentry-curses             # the demo and the end-to-end tests
 )
-all=(clang-14 libclang-rt-14-dev abigail-tools dpkg-dev file git lintian)
+all=(
+  clang-14 libclang-rt-14-dev abigail-tools dpkg-dev file git lintian
+  python3-pytest mypy                 # the Python package
+)
 arm64=(
   g++-aarch64-linux-gnu qemu-user
   libstdc++6:arm64 libssl-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 libexpat1-dev:arm64

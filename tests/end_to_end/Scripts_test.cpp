@@ -1,4 +1,4 @@
-// The demonstration and the C host, as a newcomer runs them.
+// The demonstration, as a newcomer runs it.
 #include <gmock/gmock.h>
 #include <stdlib.h>
 
@@ -66,40 +66,4 @@ TEST_F(Scripts, DemoFailsOnAMissingFile) {
   const Outcome outcome = Demo({Folder().File("none")});
   EXPECT_NE(outcome.exitCode, 0);
   EXPECT_THAT(outcome.err, HasSubstr("cannot read"));
-}
-
-TEST_F(Scripts, TheCHostSigns) {
-  const Identity& rsa = SharedIdentities().Rsa();
-  PutInto(Folder().File("keystore"), rsa);
-  Invocation invocation;
-  invocation.command = {getenv("EXAMPLE_C"), rsa.serial};
-  invocation.environment = {{"VEL_KEYSTORE", Folder().File("keystore")}, {"LC_ALL", "C.UTF-8"}};
-  invocation.input = std::string(Identities::kPin) + "\n";
-  const Outcome outcome = RunProgram(invocation);
-  ASSERT_EQ(outcome.exitCode, 0) << outcome.out;
-  WriteText(Folder().File("signature"), OutputOf({"openssl", "base64", "-d", "-A"},
-                                                 outcome.out.substr(0, outcome.out.find('\n'))));
-  WriteText(Folder().File("content"), "I agree.");
-  EXPECT_NO_THROW(
-      OutputOf({PROJECT "/scripts/verify.sh", "p7", Folder().File("signature"),
-                Folder().File("content"), rsa.certificate, SharedIdentities().Authority()}));
-}
-
-TEST_F(Scripts, TheCHostShowsTheTextOfAFailure) {
-  PutInto(Folder().File("keystore"), SharedIdentities().Rsa());
-  Invocation invocation;
-  invocation.command = {getenv("EXAMPLE_C"), SharedIdentities().Rsa().serial};
-  invocation.environment = {{"VEL_KEYSTORE", Folder().File("keystore")}, {"LC_ALL", "C.UTF-8"}};
-  invocation.input = "87654321\n";
-  const Outcome outcome = RunProgram(invocation);
-  EXPECT_EQ(outcome.exitCode, 1);
-  EXPECT_THAT(outcome.out, HasSubstr("您还有9次机会"));
-}
-
-TEST_F(Scripts, TheReadmeShowsTheCHostAsItIs) {
-  const std::string readme = ReadText(PROJECT "/README.md");
-  const size_t start = readme.find("```c\n") + 5;
-  const std::string shown = readme.substr(start, readme.find("```", start) - start);
-  const std::string source = ReadText(PROJECT "/examples/c/sign.c");
-  EXPECT_EQ(shown, source.substr(source.find("#include")));
 }
