@@ -17,6 +17,7 @@ packages=(
 all=(
   clang-14 libclang-rt-14-dev abigail-tools dpkg-dev file git lintian
   python3-pytest mypy                 # the Python package
+  groff-base mandoc zsh               # manual pages and completion
 )
 arm64=(
   g++-aarch64-linux-gnu qemu-user

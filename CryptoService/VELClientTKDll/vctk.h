@@ -86,7 +86,7 @@ VCTK_API int VCTK_GetLastErrorMessage(HANDLE handle, char* pResult, int* pResult
 VCTK_API int VCTK_AddFilter(HANDLE handle, unsigned long ulType, const char* lpszValue);
 VCTK_API int VCTK_ClearFilter(HANDLE handle);
 
-/* Non-zero: a single certificate is taken without showing the dialog. */
+/* Whether a single certificate is taken without showing the dialog: non-zero for yes. Returns 0. */
 VCTK_API int VCTK_SetChooseSingleCert(HANDLE handle, int isChooseSingleCert);
 
 /* The signing certificates that pass the filters, as subject name, pSeparatorCertItem and serial
@@ -113,8 +113,8 @@ VCTK_API int VCTK_GetSignCertType(HANDLE handle, char* pResult, int* pResultLen)
 
 /* --- digest --- */
 
-/* MD2, MD5, SHA1, SHA256, SHA512 or SM3, in any case, for all signatures but
- * VCTK_P1SignWithPin's. Returns 0; 0xE0000003 empty name; 0xE0000066 unknown name, the earlier
+/* Sets the digest of all signatures but VCTK_P1SignWithPin's: MD2, MD5, SHA1, SHA256, SHA512 or
+ * SM3, in any case. Returns 0; 0xE0000003 empty name; 0xE0000066 unknown name, the earlier
  * setting stays. */
 VCTK_API int VCTK_SetDigestAlg(HANDLE handle, const char* lpszDigestAlg);
 
@@ -142,8 +142,11 @@ VCTK_API int VCTK_GetP1SignResult(HANDLE handle, char* pResult, int* pResultLen)
 VCTK_API int VCTK_P1SignWithPin(HANDLE handle, const char* lpszSN, const char* lpszPIN,
                                 const char* lpszOrg, int isBase64);
 
-/* JSON: {"result":0,"signdata":...,"cert":...,"algid":...,"signalgid":...}, or after a failure
- * {"result":-1,"remainretrycount":N} with N the tries left or -1. 9 when there is none. */
+/* What the last VCTK_P1SignWithPin gave, as JSON:
+ *   {"result":0,"signdata":...,"cert":...,"algid":...,"signalgid":...}
+ * or after a failure, with N the tries left or -1:
+ *   {"result":-1,"remainretrycount":N}
+ * 9 when there is none. */
 VCTK_API int VCTK_GetP1SignResultWithPin(HANDLE handle, char* pResult, int* pResultLen);
 
 /* PKCS#7 with the certificate that the user chooses; the result in base64 on one line, 9 when
@@ -165,7 +168,7 @@ VCTK_API int VCTK_P7SignStrEx(HANDLE handle, const char* lpszValue, int isBase64
 VCTK_API int VCTK_P7SignFromP1(HANDLE handle, const char* lpszValue, int isBase64, int isDetach);
 VCTK_API int VCTK_GetP7SignFromP1Result(HANDLE handle, char* pResult, int* pResultLen);
 
-/* Sets *pResultLen to 0 and returns 0: there is no version text. */
+/* The version of the signing component, which has none: sets *pResultLen to 0 and returns 0. */
 VCTK_API int VCTK_GetSignVersion(HANDLE handle, char* pResult, int* pResultLen);
 
 /* --- PIN --- */
@@ -173,21 +176,27 @@ VCTK_API int VCTK_GetSignVersion(HANDLE handle, char* pResult, int* pResultLen);
 /* Keeps the PIN for VCTK_P7SignStrEx. Returns 1 on success, 0xE0000003 for null. */
 VCTK_API int VCTK_SetPinCode(HANDLE handle, const char* pincode);
 
-/* pinCodeType 1 administrator, 2 user. An empty lpcCertSn means the chosen certificate
- * (0xE0000078 when there is none); null is not allowed. Returns 0 or the device's code. */
+/* Changes the PIN of a certificate's key.
+ * lpcCertSn    its serial number; empty means the chosen certificate (0xE0000078 when there is
+ *              none), null is not allowed
+ * pinCodeType  1 administrator, 2 user
+ * Returns 0 or the device's code, which VCTK_GetLastErrorMessage does not tell. */
 VCTK_API int VCTK_ChangePinCode(HANDLE handle, const char* lpcCertSn, int pinCodeType,
                                 const char* lpcCurrentPin, const char* lpcNewPin);
 
-/* Non-zero: VCTK_P1Sign and VCTK_P7Sign ask for the PIN even when logged in. Returns 0. */
+/* Whether VCTK_P1Sign and VCTK_P7Sign ask for the PIN even when logged in: non-zero for yes.
+ * Returns 0. */
 VCTK_API int VCTK_SetForcePinDialog(HANDLE handle, int bForcePinDialog);
 
 /* --- record of device calls --- */
 
+/* Switch the device library's record of its calls on (non-zero) or off; empty it. What it holds and
+ * what isHeadInfoEnable adds is the device library's matter. Both return 0 or its code. */
 VCTK_API int VCTK_CallQueueEnable(HANDLE handle, int isCallQueueEnable, int isHeadInfoEnable);
 VCTK_API int VCTK_CallQueueClear(HANDLE handle);
 
-/* 0xE0000084 when the record is empty, 0xE0000004 (not 4) when the buffer is too small; a copy
- * leaves *pResultLen alone. */
+/* The record as text. 0xE0000084 when it is empty, 0xE0000004 (not 4) when the buffer is too small;
+ * a copy leaves *pResultLen alone. */
 VCTK_API int VCTK_CallQueueGet(HANDLE handle, char* pResult, int* pResultLen);
 
 #ifdef __cplusplus

@@ -49,9 +49,9 @@ inside dpkg --install "${packages[@]}"
 inside /mnt/project/tests/packages/use.sh "$preset"
 inside dpkg --purge "${names[@]}"
 
-# What dpkg and ldconfig keep for themselves is not the packages'; a device file marks a removal.
+# What dpkg, ldconfig and man keep for themselves is not the packages'; a device file marks a removal.
 left=$(cd "$stage/upper" && find . ! -type d ! -path './var/lib/dpkg/*' ! -path './var/log/*' \
-  ! -path './var/cache/ldconfig/*' ! -path ./etc/ld.so.cache)
+  ! -path './var/cache/ldconfig/*' ! -path ./etc/ld.so.cache ! -path './var/cache/man/*')
 left+=$(cd "$stage/upper" && find ./etc/ld.so.conf.d ./usr/lib ./usr/share -iname '*vel*' -o -name '*vctk*')
 if [ -n "$left" ]; then
   printf 'installed.sh: left behind by the packages:\n%s\n' "$left" >&2
