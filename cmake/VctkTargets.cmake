@@ -35,10 +35,10 @@ endfunction()
 # A gtest program `stem`, run by ctest under that name. SANDBOX gives it a mount and network
 # namespace of its own in which /tmp is empty, /var, /opt and /usr/local may be added to, and
 # the loopback interface is up (tests/support/sandbox.cpp). What the thread sanitizer can learn from
-# has the label "threads" and is built by the target thread_tests. No test asks for a PIN on the
-# terminal that it happens to be started from.
+# has the label "threads" and is built by the target thread_tests. No test asks for a PIN or a
+# certificate on the terminal that it happens to be started from.
 add_custom_target(thread_tests)
-set(no_dialog VEL_PINENTRY=/nonexistent/pinentry)
+set(no_dialog VEL_PINENTRY=/nonexistent/pinentry VEL_CERT_DIALOG=none)
 function(vctk_test)
   cmake_parse_arguments(T "SANDBOX" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS;ENV;DEPENDS" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})

@@ -18,6 +18,9 @@ all=(
   clang-14 libclang-rt-14-dev abigail-tools dpkg-dev file git lintian
   python3-pytest mypy                 # the Python package
   groff-base mandoc zsh               # manual pages and completion
+  qtbase5-dev                         # the certificate dialog
+  xvfb xdotool openbox                # a screen to try it on
+  fonts-wqy-zenhei                    # and Chinese letters there
 )
 arm64=(
   g++-aarch64-linux-gnu qemu-user

@@ -67,9 +67,10 @@ if(TARGET vctk)
 the terminal and for scripts."
     DEPENDS "libvelclienttk64 ${this}" RECOMMENDS libvelcrypto64)
 endif()
-if(TARGET vel-cert-dialog)
-  debian_package(dialog vel-cert-dialog utils "certificate and PIN windows for the signing toolkit"
-    "Lets the user choose a certificate and type a PIN when a program signs."
+if(TARGET vctk-choose-certificate)
+  debian_package(dialog vctk-choose-certificate utils "certificate window of the signing toolkit"
+    "Lets the user choose a certificate when a program signs. The open device\n\
+library runs it; no program links it."
     RECOMMENDS libvelcrypto64)
 endif()
 

@@ -1,5 +1,6 @@
 # Locales that no Debian system has by itself, made from the package `locales`, so that text tests
-# meet a multibyte encoding that is not UTF-8 and the Turkish letters. A test takes them with
+# meet a multibyte encoding that is not UTF-8, a Chinese desktop and the Turkish letters. A test
+# takes them with
 #   ENV ${VCTK_LOCALE_ENV} DEPENDS locales
 # and skips what setlocale refuses when the package is not there.
 find_program(VCTK_LOCALEDEF localedef)
@@ -7,7 +8,7 @@ set(VCTK_LOCALE_FOLDER ${CMAKE_CURRENT_BINARY_DIR}/locales)
 set(VCTK_LOCALE_ENV LOCPATH=${VCTK_LOCALE_FOLDER}
   LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/support/leaks.supp)
 set(VCTK_LOCALES "")
-foreach(name zh_CN.GB18030 tr_TR.UTF-8)
+foreach(name zh_CN.GB18030 zh_CN.UTF-8 tr_TR.UTF-8)
   string(REPLACE "." ";" parts ${name})
   list(GET parts 0 language)
   list(GET parts 1 encoding)
