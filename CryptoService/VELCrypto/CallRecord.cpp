@@ -87,7 +87,21 @@ void CallRecord::Add(const std::string& operation, const std::string& device, do
                  {"result", HexCode(outcome.code)}};
   if (outcome.native != 0) object["native"] = HexCode(outcome.native);
   if (!outcome.remark.empty()) object["remark"] = outcome.remark;
-  std::string line = LineOf(object);
+  Append(LineOf(object));
+}
+
+void CallRecord::Note(const std::string& operation, const std::string& device, const Texts& texts) {
+  if (!IsOn()) return;
+  Json object = {{"time", UtcNow()},
+                 {"operation", operation},
+                 {"device", device},
+                 {"ms", 0.0},
+                 {"result", HexCode(kOk)}};
+  for (const auto& [name, text] : texts) object[name] = text;
+  Append(LineOf(object));
+}
+
+void CallRecord::Append(std::string line) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_size += line.size();
   m_lines.push_back(std::move(line));

@@ -10,6 +10,8 @@
 #include <deque>
 #include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Outcome.h"
 
@@ -27,7 +29,13 @@ class CallRecord {
   void Add(const std::string& operation, const std::string& device, double milliseconds,
            const Outcome& outcome);
 
+  // A line about something that took no time and did not fail, with texts of its own.
+  using Texts = std::vector<std::pair<std::string, std::string>>;
+  void Note(const std::string& operation, const std::string& device, const Texts& texts);
+
  private:
+  void Append(std::string line);
+
   std::mutex m_mutex;
   bool m_on = false;
   std::string m_head;

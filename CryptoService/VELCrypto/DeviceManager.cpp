@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "ListingNotes.h"
 #include "Text.h"
 
 namespace velcrypto {
@@ -102,6 +103,9 @@ ULONG DeviceManager::GetCertList(ISmartList<tag_VEL_CERT_FILTER_ITEM>* pFilters,
     if (!parsed.ok()) return parsed;
     std::vector<Found> found;
     ListAll(&found);  // a family that cannot be opened holds no certificates; the record tells
+    std::vector<Listed> listed;
+    for (const Found& item : found) listed.push_back(item.listed);
+    NoteListing(m_keys, listed, filters);
     for (const Found& item : found) {
       if (filters.Accept(item.listed)) pCerts->AddItem(RecordOf(item));
     }

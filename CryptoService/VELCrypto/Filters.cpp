@@ -197,14 +197,22 @@ Outcome Filters::Parse(ISmartList<tag_VEL_CERT_FILTER_ITEM>* items) {
       return {kInvalidParameter, 0,
               "filter " + std::to_string(item.Type) + ": " + Narrow(item.Value)};
     }
-    m_tests.push_back(std::move(test));
+    m_tests.emplace_back(item.Type, std::move(test));
   }
   return kOk;
 }
 
 bool Filters::Accept(const Listed& listed) const {
   return std::all_of(m_tests.begin(), m_tests.end(),
-                     [&](const Test& test) { return test(listed); });
+                     [&](const auto& test) { return test.second(listed); });
+}
+
+std::vector<VEL_CERT_FILTER_TYPE> Filters::Refusing(const Listed& listed) const {
+  std::vector<VEL_CERT_FILTER_TYPE> types;
+  for (const auto& [type, test] : m_tests) {
+    if (!test(listed)) types.push_back(type);
+  }
+  return types;
 }
 
 }  // namespace velcrypto

@@ -15,6 +15,7 @@
 //  10 interface      the number
 //  12 both uses      "1" the key both signs and encrypts, "0" any
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "Backend.h"
@@ -38,9 +39,12 @@ class Filters {
 
   bool Accept(const Listed& listed) const;
 
+  // The types of the items that refuse it, in their order.
+  std::vector<VEL_CERT_FILTER_TYPE> Refusing(const Listed& listed) const;
+
  private:
   using Test = std::function<bool(const Listed&)>;
-  std::vector<Test> m_tests;
+  std::vector<std::pair<VEL_CERT_FILTER_TYPE, Test>> m_tests;
 };
 
 }  // namespace velcrypto

@@ -55,13 +55,18 @@ TEST_F(CallQueue, IsOffUntilEnabled) {
 TEST_F(CallQueue, HoldsOneObjectForEachOperation) {
   CertificatesOf(Manager());
   const std::vector<Json> lines = Lines();
-  ASSERT_EQ(lines.size(), 3u);
+  ASSERT_EQ(lines.size(), 5u);
   EXPECT_EQ(lines[0]["operation"], "AddKeyEx");
   EXPECT_EQ(lines[1]["operation"], "Initialize");
-  EXPECT_EQ(lines[2]["operation"], "GetCertList");
-  EXPECT_EQ(lines[2]["result"], "0x00000000");
-  EXPECT_TRUE(lines[2]["ms"].is_number());
-  EXPECT_THAT(lines[2]["time"].get<std::string>(),
+  EXPECT_EQ(lines[2]["operation"], "ListFamily");
+  EXPECT_EQ(lines[2]["certificates"], "1");
+  EXPECT_EQ(lines[3]["operation"], "ListToken");
+  EXPECT_EQ(lines[3]["device"], m_store.path());
+  EXPECT_EQ(lines[3]["keys"], "1");
+  EXPECT_EQ(lines[4]["operation"], "GetCertList");
+  EXPECT_EQ(lines[4]["result"], "0x00000000");
+  EXPECT_TRUE(lines[4]["ms"].is_number());
+  EXPECT_THAT(lines[4]["time"].get<std::string>(),
               testing::MatchesRegex("20..-..-..T..:..:..\\....Z"));
 }
 
@@ -90,6 +95,26 @@ TEST_F(CallQueue, TellsWhyFilesAndFamiliesWereLeftOut) {
   EXPECT_EQ(reasons[1]["result"], "0xE0000043");
   EXPECT_EQ(reasons[1]["native"], "0x00000002");
   EXPECT_EQ(reasons[2]["device"], "none.so");
+}
+
+TEST_F(CallQueue, TellsWhichFiltersHideACertificate) {
+  keymaker::Request request;
+  request.serial = "EE";
+  request.keyUsage = "keyEncipherment";
+  request.fromSeconds = -7200;
+  request.toSeconds = -3600;
+  keymaker::WriteFile(m_store / "old.p12", keymaker::Pkcs12(keymaker::Make(request), kPin));
+  CertificatesOf(Manager(), {{VEL_CERT_FILTER_KEY_ATTR_TYPE, L"4"},
+                             {VEL_CERT_FILTER_KEY_SPEC, L"1"},
+                             {VEL_CERT_FILTER_TIME_VALID_TYPE, L"2"}});
+  std::vector<Json> hidden;
+  for (const Json& line : Lines()) {
+    if (line["operation"] == "HideCertificate") hidden.push_back(line);
+  }
+  ASSERT_EQ(hidden.size(), 1u);
+  EXPECT_EQ(hidden[0]["serial"], "EE");
+  EXPECT_EQ(hidden[0]["filters"], "5,8");
+  EXPECT_EQ(hidden[0]["device"], m_store.path());
 }
 
 TEST_F(CallQueue, HoldsNoPinsAndNoData) {
