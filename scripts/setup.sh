@@ -12,7 +12,7 @@ packages=(
   libcli11-dev nlohmann-json3-dev     # vctk
   libgtest-dev libgmock-dev libbotan-2-dev libbenchmark-dev libexpat1-dev
   locales                             # text tests in other encodings
-  openssl pinentry-curses             # the demo and the end-to-end tests
+  openssl pinentry-curses pinentry-tty  # the demo and the end-to-end tests
 )
 all=(
   clang-14 libclang-rt-14-dev abigail-tools dpkg-dev file git lintian

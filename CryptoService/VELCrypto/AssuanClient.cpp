@@ -200,6 +200,11 @@ bool AssuanClient::SawStatus(const std::string& keyword) const {
   return m_status.find(" " + keyword + " ") != std::string::npos;
 }
 
+bool AssuanClient::EndedBy(int signal) {
+  const ChildProgram::Ending ending = m_program.Stop(kFarewell);
+  return ending.known && ending.bySignal && ending.status == signal;
+}
+
 AssuanClient::Answer AssuanClient::Lost() const {
   if (m_io == Io::kDone) return Answer::kNonsense;
   return m_io == Io::kTimedOut ? Answer::kTimedOut : Answer::kClosed;

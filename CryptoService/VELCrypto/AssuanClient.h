@@ -40,6 +40,9 @@ class AssuanClient {
   // Whether a status line with this keyword came with the last answer.
   bool SawStatus(const std::string& keyword) const;
 
+  // After kClosed: whether this signal has ended the program. False when the host took the answer.
+  bool EndedBy(int signal);
+
   // Whether the program may be told more.
   bool IsOrderly() const { return m_orderly; }
 

@@ -29,8 +29,8 @@ using IdentityPtr = std::shared_ptr<const Identity>;
 struct PinState {
   unsigned minLength = 0;
   unsigned maxLength = 0;
-  unsigned maxTries = 0;
-  unsigned triesLeft = 0;  // those that are certain, where the device tells only a bound
+  unsigned maxTries = 0;   // 0: the device tells no numbers, and triesLeft is a lower bound
+  unsigned triesLeft = 0;  // 0: locked
 };
 
 // What is left out of a listing, and why.

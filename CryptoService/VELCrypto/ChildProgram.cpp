@@ -94,6 +94,8 @@ class SpawnPlan {
     posix_spawnattr_init(&m_attributes);
     posix_spawn_file_actions_adddup2(&m_actions, input, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&m_actions, output, STDOUT_FILENO);
+    // Window toolkits complain there about their surroundings, in the middle of a terminal dialog.
+    posix_spawn_file_actions_addopen(&m_actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1);
     sigset_t signals;
     sigfillset(&signals);

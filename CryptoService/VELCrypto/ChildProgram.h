@@ -1,10 +1,10 @@
 #pragma once
 // A helper program with pipes at its standard input and output, as a dialog is run. For hosts of
 // every kind: with threads, with SIGCHLD or SIGPIPE ignored or handled, with standard streams
-// closed; nothing of the host's process is changed. The program gets no descriptor of the host but
-// standard error, the usual signal actions, and the host's environment without LD_PRELOAD.
-// Nothing of it remains, neither zombie nor descriptor, when the object is gone. Nothing goes
-// through a buffer of the object's own, so secrets stay where the caller reads or keeps them.
+// closed; nothing of the host's process is changed. The program gets no descriptor of the host,
+// /dev/null as standard error, the usual signal actions, and the host's environment without
+// LD_PRELOAD. Nothing of it remains, neither zombie nor descriptor, when the object is gone. Nothing
+// goes through a buffer of the object's own, so secrets stay where the caller reads or keeps them.
 // One thread at a time.
 #include <sys/types.h>
 

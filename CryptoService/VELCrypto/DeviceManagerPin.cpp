@@ -87,7 +87,7 @@ Outcome DeviceManager::AskOnce(const Found& found, PinPrompt* prompt, Secret* pi
   PinState state;
   Outcome outcome = found.backend->GetPinState(found.identity(), &state);
   if (!outcome.ok()) return outcome;
-  if (state.triesLeft == 0 && state.maxTries != 0) return {kPinLocked, 0, "the PIN is locked"};
+  if (state.triesLeft == 0) return {kPinLocked, 0, "the PIN is locked"};
   CallTimer timer("AskPin");
   timer.device = found.device();
   outcome = prompt->Ask(state, pin);

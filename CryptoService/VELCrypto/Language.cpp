@@ -14,14 +14,20 @@ std::string LocaleOf(const char* category) {
   return name;
 }
 
+bool IsNone(const std::string& name) {
+  return name.empty() || name == "C" || name == "POSIX";
+}
+
 std::string NeverPlain(const std::string& name) {
-  return name.empty() || name == "C" || name == "POSIX" ? "C.UTF-8" : name;
+  return IsNone(name) ? "C.UTF-8" : name;
 }
 
 }  // namespace
 
 bool SpeaksChinese(const std::string& named) {
-  const std::string language = named.empty() ? LocaleOf("LC_MESSAGES") : named;
+  std::string language = named.empty() ? LocaleOf("LC_MESSAGES") : named;
+  const std::string first = EnvironmentText("LANGUAGE");
+  if (named.empty() && !first.empty() && !IsNone(language)) language = first;
   return language.compare(0, 2, "zh") == 0;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // The language in which people are spoken to, and the locale for programs that do it. By the
-// environment: LC_ALL, the category's variable, LANG, the first that is set.
+// environment: LC_ALL, the category's variable, LANG, the first that is set; for the language
+// LANGUAGE goes before, unless the locale is none ("C").
 #include <string>
 
 namespace velcrypto {

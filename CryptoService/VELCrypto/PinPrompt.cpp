@@ -15,7 +15,7 @@ const size_t kMaxShown = 48;  // characters of a name; all of them have to fit i
 
 struct Words {
   const char *title, *request, *certificate, *issuer, *serial, *key, *tries, *prompt, *ok, *cancel;
-  const char *wrong, *wrongLast, *length, *minLength;
+  const char *wrong, *wrongLast, *wrongBound, *wrongDoubt, *length, *minLength;
 };
 
 const Words kEnglish = {"{}: PIN required",
@@ -30,6 +30,8 @@ const Words kEnglish = {"{}: PIN required",
                         "Cancel",
                         "Wrong PIN, {} tries left",
                         "Wrong PIN, 1 try left: another wrong one locks the key",
+                        "Wrong PIN, at least {} tries left",
+                        "Wrong PIN, another wrong one may lock the key",
                         "A PIN has {} to {} characters",
                         "A PIN has {} characters or more"};
 
@@ -45,6 +47,8 @@ const Words kChinese = {"{}：需要 PIN 码",
                         "取消",
                         "PIN 码错误，还可以尝试 {} 次",
                         "PIN 码错误，还可以尝试 1 次，再次输错密钥将被锁定",
+                        "PIN 码错误，至少还可以尝试 {} 次",
+                        "PIN 码错误，再次输错可能锁定密钥",
                         "PIN 码长度为 {} 到 {} 个字符",
                         "PIN 码长度至少为 {} 个字符"};
 
@@ -90,8 +94,9 @@ std::string KeyName(const Identity& identity) {
 
 std::string ErrorText(const PinState& state) {
   const Words& words = TheWords();
-  if (state.triesLeft == 1) return words.wrongLast;
-  return Filled(words.wrong, state.triesLeft);
+  const bool exact = state.maxTries != 0;
+  if (state.triesLeft == 1) return exact ? words.wrongLast : words.wrongDoubt;
+  return Filled(exact ? words.wrong : words.wrongBound, state.triesLeft);
 }
 
 std::string LengthText(const PinState& state) {
@@ -121,7 +126,9 @@ std::string PinPrompt::Description(const PinState& state) const {
   text += "\n" + (words.issuer + m_issuer);
   text += "\n" + (words.serial + m_serial);
   text += "\n" + (words.key + m_key);
-  if (state.triesLeft < state.maxTries) text += "\n" + Filled(words.tries, state.triesLeft);
+  if (!m_refused && state.triesLeft < state.maxTries) {
+    text += "\n" + Filled(words.tries, state.triesLeft);
+  }
   return text;
 }
 

@@ -1,6 +1,7 @@
 #include "Pinentry.h"
 
 #include <errno.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -100,7 +101,20 @@ Outcome Pinentry::Start(const std::string& program) {
   const Answer greeting = m_client->Greet(m_patience.reply);
   // A window program that finds no display ends like this.
   if (greeting == Answer::kClosed) return {kNotLoggedIn, 0, "the PIN program ended at its start"};
-  return greeting == Answer::kOk ? SendOptions() : Lost(greeting);
+  if (greeting != Answer::kOk) return Lost(greeting);
+  const Outcome outcome = SendOptions();
+  return outcome.ok() && m_terminal.empty() ? CheckFlavour() : outcome;
+}
+
+// Without a terminal pinentry-tty would take the pipe for one, and its end for a cancelled dialog.
+Outcome Pinentry::CheckFlavour() {
+  Secret flavour;
+  const Answer answer = m_client->Transact("GETINFO flavor", m_patience.reply, &flavour);
+  if (answer != Answer::kOk && answer != Answer::kError) return Lost(answer);
+  const std::string text = flavour.c_str();  // "curses", or "gtk2:curses" without a display
+  const std::string last = text.substr(text.rfind(':') + 1);
+  if (last != "tty" && last != "curses") return kOk;
+  return {kNotLoggedIn, ENOTTY, "the PIN program needs a terminal"};
 }
 
 // Programs know different commands and options; without one that is refused the dialog still works.
@@ -155,6 +169,11 @@ Outcome Pinentry::Ask(const PinTexts& texts, Secret* pin) {
     if (outcome.ok()) answer = GetPin(pin, &error);
   }
   if (!outcome.ok() || answer == Answer::kOk) return outcome;
+  // On a terminal the interrupt key ends the program, and the host where that does nothing about
+  // it.
+  if (answer == Answer::kClosed && m_client->EndedBy(SIGINT)) {
+    return {kCancelled, 0, "the PIN dialog was interrupted"};
+  }
   return answer == Answer::kError ? Refused(error) : Lost(answer);
 }
 

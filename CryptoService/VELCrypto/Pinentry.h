@@ -5,7 +5,7 @@
 // with the object, and a terminal that it left without echo is put right.
 //
 // Failures, with the program's own error number where it gave one:
-//   kCancelled    the user closed the dialog or chose to cancel
+//   kCancelled    the user closed the dialog, chose to cancel, or interrupted it on the terminal
 //   kTimeout      nobody answered the dialog, or the program says nothing
 //   kNotLoggedIn  there is no such program, or no display and no terminal that it could use
 //   kFailed       the program ended, or talked nonsense, in the middle
@@ -44,6 +44,7 @@ class Pinentry {
  private:
   Outcome Tell(const std::string& command);
   Outcome SendOptions();
+  Outcome CheckFlavour();
   Outcome SendTexts(const PinTexts& texts);
   AssuanClient::Answer GetPin(Secret* pin, unsigned long* error);
 

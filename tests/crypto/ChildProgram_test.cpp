@@ -130,6 +130,10 @@ TEST_F(ChildProgramTest, GetsNoDescriptorOfTheHost) {
   close(file);
 }
 
+TEST_F(ChildProgramTest, ComplainsToNobody) {
+  EXPECT_EQ(SaidBy("readlink /proc/$$/fd/2"), "/dev/null\n");
+}
+
 TEST_F(ChildProgramTest, SignalsAreAsAProgramExpectsThem) {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGUSR1, SIG_IGN);

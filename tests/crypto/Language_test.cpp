@@ -7,7 +7,7 @@ using namespace velcrypto;
 
 namespace {
 
-const char* const kVariables[] = {"LC_ALL", "LC_CTYPE", "LC_MESSAGES", "LANG"};
+const char* const kVariables[] = {"LC_ALL", "LC_CTYPE", "LC_MESSAGES", "LANG", "LANGUAGE"};
 
 class Language : public ::testing::Test {
  protected:
@@ -53,4 +53,17 @@ TEST_F(Language, ANamedOneGoesFirst) {
   unsetenv("LANG");
   EXPECT_TRUE(SpeaksChinese("zh"));
   EXPECT_TRUE(SpeaksChinese("zh_TW"));
+}
+
+TEST_F(Language, TheListOfLanguagesGoesBeforeALocaleThatIsOne) {
+  setenv("LANGUAGE", "zh_CN:en", 1);
+  EXPECT_FALSE(SpeaksChinese());
+  setenv("LANG", "C", 1);
+  EXPECT_FALSE(SpeaksChinese());
+  setenv("LANG", "C.UTF-8", 1);
+  EXPECT_TRUE(SpeaksChinese());
+  EXPECT_EQ(MessageLocale(), "C.UTF-8");
+  setenv("LANGUAGE", "en:zh_CN", 1);
+  setenv("LANG", "zh_CN.UTF-8", 1);
+  EXPECT_FALSE(SpeaksChinese());
 }

@@ -232,6 +232,11 @@ TEST_F(PinentryTest, OneThatDiesAtAnyStepHasFailed) {
   }
 }
 
+TEST_F(PinentryTest, OneThatTheInterruptKeyEndsIsCancelled) {
+  EXPECT_EQ(CodeOf({"GETPIN kill 2"}), kCancelled);
+  EXPECT_EQ(CodeOf({"GETPIN kill 15"}), kFailed);
+}
+
 TEST_F(PinentryTest, OneThatSaysNothingAtAnyStepTimesOut) {
   for (const char* step : {"GREETING", "OPTION", "SETDESC", "GETPIN"}) {
     EXPECT_EQ(CodeInAHurry({std::string(step) + " hang"}), kTimeout) << step;

@@ -24,6 +24,22 @@ using EncryptedKeyPtr = Owned<X509_SIG, X509_SIG_free>;
 // As many rounds as a desktop does in well under a tenth of a second.
 const int kRounds = 100000;
 
+// OpenSSL's key derivation for PKCS#12 frees its copy of salt and password, multiples of the
+// digest's block, without wiping it. Memory that was freed last is given out first, so taking and
+// wiping some blocks of these sizes gets it.
+struct FreedCopies {
+  FreedCopies() = default;
+  FreedCopies(const FreedCopies&) = delete;
+  FreedCopies& operator=(const FreedCopies&) = delete;
+  ~FreedCopies() {
+    void* blocks[8];  // more than the C library keeps for a thread
+    for (size_t size = 64; size <= 512; size += 64) {
+      for (void*& block : blocks) block = OPENSSL_malloc(size);
+      for (void* const block : blocks) OPENSSL_clear_free(block, size);
+    }
+  }
+};
+
 int SizeOf(const Secret& pin) {
   return static_cast<int>(pin.size());
 }
@@ -201,6 +217,7 @@ Outcome ReadPkcs12(const std::vector<BYTE>& file, Pkcs12Content* content) {
 
 Outcome OpenPkcs12Key(const std::vector<BYTE>& file, const Secret& pin, const BYTE* certificate,
                       size_t certificateSize, KeyPtr* key) {
+  const FreedCopies wiped;
   const Pkcs12Ptr parsed = Parse(file);
   const X509Ptr owner = ParseCertificate(certificate, certificateSize);
   if (parsed == nullptr || owner == nullptr) return {kFileContentWrong, 0, "no PKCS#12 file"};
@@ -219,6 +236,7 @@ Outcome OpenPkcs12Key(const std::vector<BYTE>& file, const Secret& pin, const BY
 
 Outcome WithNewPin(const std::vector<BYTE>& file, const Secret& oldPin, const Secret& newPin,
                    std::vector<BYTE>* changed) {
+  const FreedCopies wiped;
   const Pkcs12Ptr parsed = Parse(file);
   if (parsed == nullptr) return OpenSslOutcome(kFileContentWrong, "no PKCS#12 file");
   if (!ReencryptSafes(parsed.get(), oldPin, newPin) ||
