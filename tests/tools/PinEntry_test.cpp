@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
+#include "PinentryScript.h"
 #include "Terminal.h"
 #include "Vctk.h"
 
@@ -14,6 +15,19 @@ class PinEntry : public Vctk {
   PinEntry() { PlugIn(SharedIdentities().Rsa()); }
 
   Invocation Signing() const { return Command({"sign", Have("document", "text")}); }
+
+  // With a PIN dialog that knows the PIN, started as a desktop starts programs.
+  Invocation SigningWithDialog(const std::vector<std::string>& options) const {
+    PinentryScript script(Folder().Path());
+    script.Play({std::string("GETPIN pin ") + Identities::kPin});
+    Invocation invocation = Signing();
+    invocation.command.insert(invocation.command.end(), options.begin(), options.end());
+    invocation.command.insert(invocation.command.begin(),
+                              {"setsid", "-w", "sh", "-c", "\"$0\" \"$@\" </dev/null"});
+    invocation.environment["VEL_PINENTRY"] = FAKE_PINENTRY_PATH;
+    invocation.environment["FAKE_PINENTRY"] = Folder().Path();
+    return invocation;
+  }
 
   // All of a file below /proc, zero bytes included.
   static std::string ProcessFile(pid_t process, const std::string& name) {
@@ -106,4 +120,21 @@ TEST_F(PinEntry, BinaryDoesNotGoToTheTerminal) {
   Invocation invocation = Signing();
   invocation.command.push_back("--binary");
   EXPECT_EQ(Terminal(invocation).Finish().exitCode, kUsage);
+}
+
+TEST_F(PinEntry, IsLeftToTheDialogOfTheDeviceLibraryWhenNobodyGaveAPin) {
+  for (const std::vector<std::string>& options : {std::vector<std::string>{},
+                                                  {"--detached"},
+                                                  {"--p1"},
+                                                  {"--cert", SharedIdentities().Rsa().serial}}) {
+    const Outcome outcome = RunProgram(SigningWithDialog(options));
+    EXPECT_EQ(outcome.exitCode, kDone) << outcome.err;
+    EXPECT_FALSE(outcome.out.empty());
+  }
+}
+
+TEST_F(PinEntry, AGivenPinLeavesTheDialogOut) {
+  const Outcome outcome = RunProgram(SigningWithDialog({"--pin-file", Have("pin", "wrong pin\n")}));
+  EXPECT_EQ(outcome.exitCode, kPinFault);
+  EXPECT_THAT(outcome.err, HasSubstr("0xE0000056"));
 }

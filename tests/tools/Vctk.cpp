@@ -14,7 +14,10 @@ Invocation Vctk::Command(const std::vector<std::string>& arguments) const {
   invocation.command = {program != nullptr ? program : "vctk"};
   invocation.command.insert(invocation.command.end(), arguments.begin(), arguments.end());
   invocation.environment = {
-      {"HOME", m_folder.Path()}, {"VEL_KEYSTORE", KeyStore()}, {"LC_ALL", "C.UTF-8"}};
+      {"HOME", m_folder.Path()},
+      {"VEL_KEYSTORE", KeyStore()},
+      {"VEL_PINENTRY", "/nonexistent/pinentry"},  // tests that want one name it
+      {"LC_ALL", "C.UTF-8"}};
   return invocation;
 }
 

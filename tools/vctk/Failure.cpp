@@ -9,11 +9,11 @@
 
 namespace vctk {
 
-Failure::Failure(ExitCode exitCode, const std::string& what, std::string advice)
-    : std::runtime_error(what), m_exitCode(exitCode), m_advice(std::move(advice)) {}
+Failure::Failure(ExitCode exitCode, const std::string& what, std::string advice, uint32_t code)
+    : std::runtime_error(what), m_exitCode(exitCode), m_advice(std::move(advice)), m_code(code) {}
 
 Failure CodeFailure(const std::string& doing, uint32_t code, const std::string& text) {
-  return Failure(ExitOf(code), doing + ": " + Hex(code) + " " + text, AdviceFor(code));
+  return Failure(ExitOf(code), doing + ": " + Hex(code) + " " + text, AdviceFor(code), code);
 }
 
 Failure FileFailure(const std::string& doing, const std::string& path) {

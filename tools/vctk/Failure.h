@@ -22,14 +22,17 @@ enum ExitCode {
 // what() is one line without a final stop; Advice() says what to do next, may be empty.
 class Failure : public std::runtime_error {
  public:
-  Failure(ExitCode exitCode, const std::string& what, std::string advice = std::string());
+  Failure(ExitCode exitCode, const std::string& what, std::string advice = std::string(),
+          uint32_t code = 0);
 
   ExitCode Exit() const { return m_exitCode; }
   const std::string& Advice() const { return m_advice; }
+  uint32_t Code() const { return m_code; }  // of the toolkit or the device library; 0 for none
 
  private:
   ExitCode m_exitCode;
   std::string m_advice;
+  uint32_t m_code;
 };
 
 // "DOING: 0xE0000056 TEXT", with the exit code and the advice that belong to the code.

@@ -37,6 +37,12 @@ void ReadLine(int file, Pin& pin) {
   }
 }
 
+// A desktop starts programs with /dev/null, a terminal or nothing at all there.
+bool StandardInputGives() {
+  struct stat info;
+  return fstat(STDIN_FILENO, &info) == 0 && !S_ISCHR(info.st_mode);
+}
+
 }  // namespace
 
 Pin::Pin() {
@@ -66,7 +72,7 @@ bool Pin::Append(char c) {
 }
 
 PinSource::PinSource(const std::string& file, bool standardInputTaken) {
-  const bool ask = file.empty() && (standardInputTaken || isatty(STDIN_FILENO) == 1);
+  const bool ask = file.empty() && (standardInputTaken || !StandardInputGives());
   if (file == "-" && standardInputTaken) {
     throw Failure(kUsage, "standard input cannot give both the data and the PIN", kAdvice);
   }

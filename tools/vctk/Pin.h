@@ -33,8 +33,8 @@ class Pin {
 // line; the terminal is asked without echo.
 class PinSource {
  public:
-  // file  path of a file, "-" for standard input, or empty: the terminal when standard input is one
-  //       or is taken, else standard input.
+  // file  path of a file, "-" for standard input, or empty: standard input when it is a pipe, a
+  //       file or a socket that is not taken, else nobody gave a PIN and the terminal is asked.
   // standardInputTaken  the data to sign come from there.
   // Throws a Failure when the file cannot be opened.
   PinSource(const std::string& file, bool standardInputTaken);
@@ -46,6 +46,7 @@ class PinSource {
   // Throws a Failure when there is no PIN, an empty or an over-long one, or no terminal to ask.
   void Read(const std::string& prompt, Pin& pin);
 
+  // Whether Read would ask: nobody gave a PIN.
   bool IsTerminal() const { return m_isTerminal; }
 
  private:

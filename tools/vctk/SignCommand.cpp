@@ -9,6 +9,8 @@
 namespace vctk {
 namespace {
 
+const uint32_t kNoDialog = 0xE000005A;
+
 // The toolkit keeps base64 text as 4-byte characters and counts bytes in 32 bits.
 const size_t kMaxContent = 384u * 1024 * 1024 - 1024;
 
@@ -33,16 +35,36 @@ void CheckPkcs1Digest(const std::string& digest, const std::string& type) {
       "(--p7), which takes any digest.");
 }
 
+std::string SignWith(Session& session, const SignOptions& options, const Certificate& certificate,
+                     const std::string& content, const Pin& pin) {
+  return options.pkcs1 ? session.SignPkcs1(certificate.serial, content, pin)
+                       : session.SignPkcs7(content, options.detached, pin);
+}
+
+// Without a PIN the device library asks for it, in a window or on the terminal; where it has no
+// dialog, this program does on the terminal.
+std::string SignAsking(Session& session, const SignOptions& options, const Certificate& certificate,
+                       const std::string& content, PinSource& pins) {
+  Pin pin;
+  if (pins.IsTerminal()) {
+    try {
+      const KeyboardSignals afterwards;
+      return SignWith(session, options, certificate, content, pin);
+    } catch (const Failure& failure) {
+      if (failure.Code() != kNoDialog) throw;
+    }
+  }
+  pins.Read(Describe(certificate) + "\nPIN: ", pin);
+  return SignWith(session, options, certificate, content, pin);
+}
+
 std::string Sign(Session& session, const SignOptions& options, const std::string& content,
                  PinSource& pins) {
   if (!options.pkcs1 && !options.digest.empty()) session.SetDigest(options.digest);
   const Certificate certificate = ChooseCertificate(session, options.serial);
   session.Choose(certificate.serial);
   if (options.pkcs1) CheckPkcs1Digest(options.digest, session.ChosenType());
-  Pin pin;
-  pins.Read(Describe(certificate) + "\nPIN: ", pin);
-  return options.pkcs1 ? session.SignPkcs1(certificate.serial, content, pin)
-                       : session.SignPkcs7(content, options.detached, pin);
+  return SignAsking(session, options, certificate, content, pins);
 }
 
 std::string Encoded(const std::string& base64, bool binary) {

@@ -104,6 +104,20 @@ void AskTerminal(const std::string& prompt, Pin& pin) {
   }
 }
 
+KeyboardSignals::KeyboardSignals() {
+  g_signal = 0;
+  struct sigaction note = {};
+  note.sa_handler = NoteSignal;
+  sigaction(SIGINT, &note, &m_interrupt);
+  sigaction(SIGQUIT, &note, &m_quit);
+}
+
+KeyboardSignals::~KeyboardSignals() {
+  sigaction(SIGINT, &m_interrupt, nullptr);
+  sigaction(SIGQUIT, &m_quit, nullptr);
+  if (g_signal != 0) raise(g_signal);
+}
+
 std::string Printable(const std::string& text) {
   std::string result;
   for (size_t i = 0; i < text.size(); ++i) {

@@ -24,9 +24,20 @@ const char kFooter[] =
     "The key list is --key-list, else $VCTK_KEY_LIST, else vel/keylist.xml in the user's\n"
     "configuration folder, else /etc/vel/keylist.xml, else the key store alone.\n";
 
-// The toolkit takes the locale of the environment for its texts, which are UTF-8.
+std::string LocaleOfMessages() {
+  for (const char* const name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const char* const value = getenv(name);
+    if (value != nullptr && value[0] != '\0') return value;
+  }
+  return std::string();
+}
+
+// The toolkit takes the locale of the environment for its texts, which are UTF-8. The language of
+// the dialogs stays.
 void EnsureUtf8() {
   if (setlocale(LC_ALL, "") != nullptr && strcmp(nl_langinfo(CODESET), "UTF-8") == 0) return;
+  const std::string locale = LocaleOfMessages();
+  setenv("LANGUAGE", locale.substr(0, locale.find('.')).c_str(), 0);
   setenv("LC_ALL", "C.UTF-8", 1);
   setlocale(LC_ALL, "");
 }
@@ -53,8 +64,8 @@ void AddPinFile(CLI::App& command, std::string& pinFile, const std::string& line
   command
       .add_option("--pin-file", pinFile,
                   "File with " + lines +
-                      ", \"-\" for standard input. Without it the terminal is asked, or standard "
-                      "input read when that is no terminal")
+                      ", \"-\" for standard input. Without it standard input is read when it is a "
+                      "pipe or a file, else you are asked")
       ->type_name("FILE");
 }
 
