@@ -23,8 +23,10 @@ static int verify(const char* base64) { /* for the certificate, too: -CAfile, no
 int main(int argc, char** argv) {
   char pin[64] = "", text[16384] = "";
   int length = 0, size = sizeof(text), code;
-  HANDLE session = setlocale(LC_ALL, "") == NULL ? NULL : VCTK_Initialize("<authinfo><liblist>"
-      "<lib type=\"CSP\"><algid val=\"SHA256\" sm2_hashalg=\"SM3\"/></lib></liblist></authinfo>");
+  HANDLE session;
+  setlocale(LC_ALL, ""); /* a UTF-8 one, for texts beyond ASCII */
+  session = VCTK_Initialize("<authinfo><liblist><lib type=\"CSP\">"
+      "<algid val=\"SHA256\" sm2_hashalg=\"SM3\"/></lib></liblist></authinfo>");
   if (session == NULL || (argc > 1 && fgets(pin, sizeof(pin), stdin) == NULL)) return 2;
   pin[strcspn(pin, "\n")] = '\0';
   if (argc > 1) {

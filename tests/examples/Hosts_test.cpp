@@ -106,6 +106,11 @@ TEST_P(Hosts, ShowsTheTextOfAFailure) {
   EXPECT_THAT(outcome.out, HasSubstr("您还有9次机会"));
 }
 
+TEST_P(Hosts, SignsInALocaleThatTheSystemLacks) {
+  const Outcome outcome = Run({Rsa().serial}, Identities::kPin, "xx_XX.UTF-8");
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+}
+
 TEST_P(Hosts, FailsOnASerialNumberThatNobodyHas) {
   const Outcome outcome = Run({"0123"}, Identities::kPin);
   EXPECT_EQ(outcome.exitCode, 1);
