@@ -21,8 +21,12 @@ else()
 endif()
 
 if(VCTK_PACKAGES)
-  # What is built does not tell in which folder it was built.
-  add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=build)
+  # What is built does not tell in which folder it was built. A compiler cache may make paths relative.
+  file(RELATIVE_PATH up ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR})
+  string(REGEX REPLACE "/$" "" up ${up})
+  foreach(folder ${CMAKE_SOURCE_DIR}=. ${up}=. ${CMAKE_BINARY_DIR}=build)
+    add_compile_options(-ffile-prefix-map=${folder})
+  endforeach()
   set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 endif()
 

@@ -42,7 +42,7 @@ compare_with_second_build() {
     mkdir "$copy/build" && ln -s "$root/build/arm64-root" "$copy/build/arm64-root"
   fi
   (root=$copy && make_packages "$preset") >/dev/null
-  differing=$(diff -rq "$root/build/$preset/packages" "$copy/build/$preset/packages") ||
+  differing=$(diff -q "$root/build/$preset/packages" "$copy/build/$preset/packages") ||
     die "two builds differ ($copy is kept): $differing"
   rm -rf "$copy"
   echo "$preset: a second build in another folder gave the same packages"
