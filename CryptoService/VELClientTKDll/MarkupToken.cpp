@@ -29,6 +29,8 @@ inline bool IsSpace(wchar_t c) {
   return InSet(kSpace, c);
 }
 inline bool IsNameEnd(wchar_t c) {
+  // Small letters, of which most names are made, all stand behind the last one.
+  if (static_cast<uint32_t>(c) > L'\\') return false;
   return InSet(kNameEnd, c) || c == L'\\';
 }
 inline bool IsLetter(wchar_t c) {
