@@ -9,6 +9,8 @@
 packages=(
   cmake ninja-build g++ pkg-config ccache
   libssl-dev libassuan-dev            # the device library
+  libp11-kit-dev                      # its PKCS#11 header
+  softhsm2 opensc p11-kit-modules     # tokens for the tests
   libcli11-dev nlohmann-json3-dev     # vctk
   libgtest-dev libgmock-dev libbotan-2-dev libbenchmark-dev libexpat1-dev
   locales                             # text tests in other encodings

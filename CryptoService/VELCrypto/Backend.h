@@ -21,7 +21,8 @@ struct Identity {
   std::vector<std::vector<BYTE>> issuers;  // DER, nearest first, as far as the device holds them
   bool hasKey = false;
   std::string application, container, device;  // UTF-8; for the record
-  std::string id;  // the backend's own name of the key, of no meaning to others
+  std::string id;     // the backend's own name of the key, of no meaning to others
+  std::string login;  // the same for all identities that one login opens
 };
 using IdentityPtr = std::shared_ptr<const Identity>;
 
@@ -46,6 +47,10 @@ class Backend {
   // Appends what is there now, in an order that stays. A device that cannot be read is told in
   // `skipped` and hides no other; the result fails when there is nothing to look into at all.
   virtual Outcome List(std::vector<IdentityPtr>* identities, std::vector<Skipped>* skipped) = 0;
+
+  // What the last List has found, without a look at the devices: enough to go to the device of a
+  // certificate that was listed. May be empty at any time.
+  virtual std::vector<IdentityPtr> Known() { return {}; }
 
   // Checks the PIN and keeps the key usable until LogOut, removal or Close. Each call spends a
   // try; a PIN of impossible length (kPinLengthWrong) spends none.

@@ -1,6 +1,7 @@
 #include "Backends.h"
 
 #include "keystore/KeyStore.h"
+#include "pkcs11/Pkcs11.h"
 #include "Process.h"
 
 namespace velcrypto {
@@ -27,7 +28,7 @@ std::unique_ptr<Backend> NotBuiltIn(const std::string&, Outcome* outcome) {
 const Kind kKinds[] = {
     {VEL_CRYPTO_INTERFACE_TYPE_CSP, VEL_CRYPTO_INTERFACE_TYPE_CSP, KeyStoreFolder, OpenKeyStore},
     {VEL_CRYPTO_INTERFACE_TYPE_SKF, VEL_CRYPTO_INTERFACE_TYPE_SKF, AsGiven, NotBuiltIn},
-    {VEL_CRYPTO_INTERFACE_TYPE_P11, VEL_CRYPTO_INTERFACE_TYPE_P11_FIN56, AsGiven, NotBuiltIn},
+    {VEL_CRYPTO_INTERFACE_TYPE_P11, VEL_CRYPTO_INTERFACE_TYPE_P11_FIN56, Pkcs11Module, OpenPkcs11},
 };
 
 const Kind* FindKind(VEL_CRYPTO_INTERFACE_TYPE type) {
@@ -49,7 +50,7 @@ OpenedBackend OpenBackend(VEL_CRYPTO_INTERFACE_TYPE type, const std::string& lib
   const std::string resolved = kind->resolve(library);
   Process& process = Process::Current();
   const std::lock_guard<std::mutex> lock(process.mutex);
-  std::unique_ptr<Backend>& backend = process.backends[{type, resolved}];
+  std::unique_ptr<Backend>& backend = process.backends[{kind->first, resolved}];
   OpenedBackend opened;
   if (backend == nullptr) backend = kind->open(resolved, &opened.outcome);
   opened.backend = backend.get();
@@ -58,6 +59,7 @@ OpenedBackend OpenBackend(VEL_CRYPTO_INTERFACE_TYPE type, const std::string& lib
 
 void CloseBackends() {
   Process& process = Process::Current();
+  process.logins.Clear();
   const std::lock_guard<std::mutex> lock(process.mutex);
   for (const auto& entry : process.backends) {
     if (entry.second != nullptr) entry.second->Close();

@@ -110,6 +110,8 @@ CertFactsPtr FactsOf(X509* certificate) {
       !ReadTime(X509_get0_notAfter(certificate), &record.ExpiredInfo, &facts->notAfter)) {
     return nullptr;
   }
+  X509_up_ref(certificate);
+  facts->parsed.reset(certificate);
   record.VELCertUniqueID = Wide(Fingerprint(facts->der)).c_str();
   record.CertBase64 = Wide(Base64(facts->der.data(), facts->der.size())).c_str();
   ReadNames(certificate, &record);

@@ -13,6 +13,7 @@ namespace velcrypto {
 
 struct CertFacts {
   std::vector<BYTE> der;
+  X509Ptr parsed;  // to be read only; OpenSSL may take its time to read it again
   // The fields that follow from the certificate; those of device and key family are empty.
   tag_VEL_CERT_INFO record;
   std::vector<std::wstring> emails;  // of the subject and the alternative names

@@ -62,13 +62,18 @@ Outcome DeviceManager::CheckFamilies() {
   return kOk;
 }
 
-Outcome DeviceManager::ListFamily(const tag_VEL_KEY_INFO_EX& key, std::vector<Found>* found) {
+Outcome DeviceManager::ListFamily(const tag_VEL_KEY_INFO_EX& key, Look look,
+                                  std::vector<Found>* found) {
   const std::string library = LibraryOf(key);
   const OpenedBackend opened = OpenBackend(key.CryptoInterfaceType, library);
   std::vector<IdentityPtr> identities;
   std::vector<Skipped> skipped;
-  const Outcome outcome =
-      opened.backend == nullptr ? opened.outcome : opened.backend->List(&identities, &skipped);
+  Outcome outcome = opened.outcome;
+  if (opened.backend != nullptr && look == Look::kKnown) {
+    identities = opened.backend->Known();
+  } else if (opened.backend != nullptr) {
+    outcome = opened.backend->List(&identities, &skipped);
+  }
   for (const Skipped& item : skipped) Record("ListCertificates", item.device, item.reason);
   if (!outcome.ok()) Record("ListCertificates", library, outcome);
   for (IdentityPtr& identity : identities) {
@@ -86,7 +91,7 @@ Outcome DeviceManager::ListAll(std::vector<Found>* found) {
   Outcome failure;
   bool anyListed = m_keys.empty();
   for (const tag_VEL_KEY_INFO_EX& key : m_keys) {
-    const Outcome outcome = ListFamily(key, found);
+    const Outcome outcome = ListFamily(key, Look::kNow, found);
     if (outcome.ok()) anyListed = true;
     if (failure.ok()) failure = outcome;
   }
@@ -128,39 +133,54 @@ tag_VEL_CERT_INFO DeviceManager::RecordOf(const Found& found) {
   return record;
 }
 
+// What the family listed before is looked through first: the operation goes to its device then,
+// which tells whether it is still there, and the others need not be asked.
+template <typename Matches>
+Outcome DeviceManager::FindIn(const tag_VEL_KEY_INFO_EX& key, Look look, Matches&& matches,
+                              Found* found) {
+  std::vector<Found> all;
+  const Outcome outcome = ListFamily(key, look, &all);
+  if (!outcome.ok()) return outcome;
+  const auto at = std::find_if(all.begin(), all.end(),
+                               [&](const Found& item) { return matches(item.identity()); });
+  if (at == all.end()) {
+    return look == Look::kKnown ? FindIn(key, Look::kNow, matches, found) : kCertificateNotFound;
+  }
+  *found = std::move(*at);
+  return kOk;
+}
+
 Outcome DeviceManager::FindBySerial(LPCSTR serial, Found* found) {
   if (serial == nullptr) return kInvalidParameter;
-  std::vector<Found> all;
-  const Outcome outcome = ListAll(&all);
-  if (!outcome.ok()) return outcome;
+  if (!m_initialized) return kNotInitialized;
   const std::wstring wanted = Wide(serial);
-  for (Found& item : all) {
-    const Identity& identity = item.identity();
-    if (!identity.hasKey || !SameSerial(identity.facts->record.SerialNumber, wanted.c_str())) {
-      continue;
-    }
-    *found = std::move(item);
-    return kOk;
+  const auto matches = [&](const Identity& identity) {
+    return identity.hasKey && SameSerial(identity.facts->record.SerialNumber, wanted.c_str());
+  };
+  Outcome failure;
+  bool anyListed = m_keys.empty();
+  for (const tag_VEL_KEY_INFO_EX& key : m_keys) {
+    const Outcome outcome = FindIn(key, Look::kKnown, matches, found);
+    if (outcome.ok()) return kOk;
+    if (outcome.code == kCertificateNotFound) anyListed = true;
+    if (failure.ok()) failure = outcome;
   }
+  if (!anyListed) return failure;
   return {kCertificateNotFound, 0, "no key with this serial number"};
 }
 
-Outcome DeviceManager::FindByRecord(const VEL_CERT_INFO& record, Found* found) {
+Outcome DeviceManager::FindByRecord(const VEL_CERT_INFO& record, Look look, Found* found) {
   if (!m_initialized) return kNotInitialized;
+  const auto matches = [&](const Identity& identity) {
+    return identity.facts->record.VELCertUniqueID.CompareNoCase(record.VELCertUniqueID) == 0;
+  };
   for (const tag_VEL_KEY_INFO_EX& key : m_keys) {
     if (key.CryptoInterfaceType != record.CryptoInterfaceType ||
         record.InterfaceLibName.CompareNoCase(Wide(LibraryOf(key)).c_str()) != 0) {
       continue;
     }
-    std::vector<Found> all;
-    const Outcome outcome = ListFamily(key, &all);
-    if (!outcome.ok()) return outcome;
-    for (Found& item : all) {
-      const tag_VEL_CERT_INFO& known = item.identity().facts->record;
-      if (known.VELCertUniqueID.CompareNoCase(record.VELCertUniqueID) != 0) continue;
-      *found = std::move(item);
-      return kOk;
-    }
+    const Outcome outcome = FindIn(key, look, matches, found);
+    if (outcome.code != kCertificateNotFound) return outcome;
   }
   return {kCertificateNotFound, 0, "the certificate is not there"};
 }

@@ -15,6 +15,8 @@ class PinPrompt;
 
 class DeviceManager : public UnusedOperations {
  public:
+  ~DeviceManager() override { Process::Current().logins.Leave(this); }
+
   // Keys are added first, then the manager is initialised.
   ULONG AddKeyEx(ISmartList<tag_VEL_KEY_INFO_EX>* pKeys, BOOL bClear) override;
   ULONG Initialize(IVELUsbKeyClass* pUsbKey) override;
@@ -64,15 +66,21 @@ class DeviceManager : public UnusedOperations {
 
   Outcome Configure(ISmartList<tag_VEL_KEY_INFO_EX>* keys, bool clear);
   Outcome CheckFamilies();
-  static Outcome ListFamily(const tag_VEL_KEY_INFO_EX& key, std::vector<Found>* found);
+  // At the devices, or at what the last listing found where the backend remembers it.
+  enum class Look { kNow, kKnown };
+  static Outcome ListFamily(const tag_VEL_KEY_INFO_EX& key, Look look, std::vector<Found>* found);
   Outcome ListAll(std::vector<Found>* found);
   static tag_VEL_CERT_INFO RecordOf(const Found& found);
   Outcome FindBySerial(LPCSTR serial, Found* found);
-  Outcome FindByRecord(const VEL_CERT_INFO& record, Found* found);
-  Outcome HandlePin(VEL_PIN_CODE_OPER_TYPE operation, Found* found, const Secret& pin,
+  template <typename Matches>
+  static Outcome FindIn(const tag_VEL_KEY_INFO_EX& key, Look look, Matches&& matches, Found* found);
+  Outcome FindByRecord(const VEL_CERT_INFO& record, Look look, Found* found);
+  Outcome HandlePin(VEL_PIN_CODE_OPER_TYPE operation, Found* found, Secret pin,
                     const Secret& newPin);
+  Outcome LogIn(const Found& found, const Secret& pin);
   Outcome NotePinState(const Found& found, Outcome outcome, VEL_PIN_INFO* info);
-  bool TakeGivenPin(const Found& found, Secret* pin);
+  using Pins = std::map<std::wstring, Secret>;  // by the certificate's unique id
+  static bool TakePin(Pins* pins, const Found& found, Secret* pin);
   static Outcome AskOnce(const Found& found, PinPrompt* prompt, Secret* pin);
   Outcome FindAgain(Found* found);
   Outcome AskAndLogIn(Found* found, Secret* pin);
@@ -88,7 +96,9 @@ class DeviceManager : public UnusedOperations {
   bool m_mayAsk = true;
   bool m_mustAsk = false;
   ULONG m_triesLeft = 0;
-  std::map<std::wstring, Secret> m_pins;  // by the certificate's unique id; each is tried once
+  Pins m_pins;  // each is tried once
+  // Of LOGIN, for keys that ask at each use: they open the first signature after it.
+  Pins m_loginPins;
 };
 
 }  // namespace velcrypto

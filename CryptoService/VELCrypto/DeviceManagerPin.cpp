@@ -22,15 +22,26 @@ ULONG DeviceManager::KeyPinCodeHandleByCertSN(VEL_PIN_CODE_OPER_TYPE operation, 
   });
 }
 
-Outcome DeviceManager::HandlePin(VEL_PIN_CODE_OPER_TYPE operation, Found* found, const Secret& pin,
+Outcome DeviceManager::LogIn(const Found& found, const Secret& pin) {
+  return Process::Current().logins.LogIn(this, found.backend, found.identity(), pin);
+}
+
+Outcome DeviceManager::HandlePin(VEL_PIN_CODE_OPER_TYPE operation, Found* found, Secret pin,
                                  const Secret& newPin) {
   const Identity& identity = found->identity();
-  Secret asked;
+  const std::wstring id = Folded(identity.facts->record.VELCertUniqueID);
+  Outcome outcome;
   switch (operation) {
     case VEL_PIN_CODE_OPER_TYPE_LOGIN:
-      return pin.empty() ? AskAndLogIn(found, &asked) : found->backend->LogIn(identity, pin);
+      m_loginPins.erase(id);
+      outcome = pin.empty() ? AskAndLogIn(found, &pin) : LogIn(*found, pin);
+      if (outcome.ok() && !pin.empty() && !found->backend->IsLoggedIn(found->identity())) {
+        m_loginPins.emplace(id, std::move(pin));
+      }
+      return outcome;
     case VEL_PIN_CODE_OPER_TYPE_LOGOUT:
-      return found->backend->LogOut(identity);
+      m_loginPins.erase(id);
+      return Process::Current().logins.LogOut(this, found->backend, identity);
     case VEL_PIN_CODE_OPER_TYPE_CHANGE_PIN:
       return found->backend->ChangePin(identity, pin, newPin);
     default:
@@ -39,6 +50,7 @@ Outcome DeviceManager::HandlePin(VEL_PIN_CODE_OPER_TYPE operation, Found* found,
 }
 
 Outcome DeviceManager::NotePinState(const Found& found, Outcome outcome, VEL_PIN_INFO* info) {
+  if (outcome.ok() && info == nullptr) return outcome;
   PinState state;
   const Outcome read = found.backend->GetPinState(found.identity(), &state);
   if (!outcome.ok()) m_triesLeft = read.ok() ? state.triesLeft : 0;
@@ -75,11 +87,11 @@ ULONG DeviceManager::SetForcePinDialog(BOOL bForce) {
 }
 
 // A PIN that was given serves one try, so a wrong one cannot lock the key by being used again.
-bool DeviceManager::TakeGivenPin(const Found& found, Secret* pin) {
-  const auto given = m_pins.find(Folded(found.identity().facts->record.VELCertUniqueID));
-  if (given == m_pins.end()) return false;
+bool DeviceManager::TakePin(Pins* pins, const Found& found, Secret* pin) {
+  const auto given = pins->find(Folded(found.identity().facts->record.VELCertUniqueID));
+  if (given == pins->end()) return false;
   *pin = std::move(given->second);
-  m_pins.erase(given);
+  pins->erase(given);
   return true;
 }
 
@@ -98,7 +110,7 @@ Outcome DeviceManager::AskOnce(const Found& found, PinPrompt* prompt, Secret* pi
 // The key may have been pulled out while the user typed, and a listing holds none that is gone.
 Outcome DeviceManager::FindAgain(Found* found) {
   Found now;
-  const Outcome outcome = FindByRecord(RecordOf(*found), &now);
+  const Outcome outcome = FindByRecord(RecordOf(*found), Look::kNow, &now);
   if (!outcome.ok()) return {kDeviceRemoved, outcome.native, "removed while the PIN was asked for"};
   *found = std::move(now);
   return kOk;
@@ -114,7 +126,7 @@ Outcome DeviceManager::AskAndLogIn(Found* found, Secret* pin) {
     Outcome outcome = AskOnce(*found, &prompt, pin);
     if (outcome.ok()) outcome = FindAgain(found);
     if (!outcome.ok()) return outcome;
-    outcome = found->backend->LogIn(found->identity(), *pin);
+    outcome = LogIn(*found, *pin);
     if (outcome.code != kPinWrong) return outcome;
     prompt.Refuse();
   }
@@ -122,8 +134,9 @@ Outcome DeviceManager::AskAndLogIn(Found* found, Secret* pin) {
 
 // Leaves the PIN empty where the key is logged in and does not want it once more.
 Outcome DeviceManager::Unlock(Found* found, Secret* pin) {
-  if (TakeGivenPin(*found, pin)) return kOk;
+  if (TakePin(&m_pins, *found, pin)) return kOk;
   if (!m_mustAsk && found->backend->IsLoggedIn(found->identity())) return kOk;
+  if (!m_mustAsk && TakePin(&m_loginPins, *found, pin)) return kOk;
   const Outcome outcome = AskAndLogIn(found, pin);
   if (outcome.ok() && found->backend->IsLoggedIn(found->identity())) *pin = Secret();
   return outcome;

@@ -19,11 +19,12 @@ Outcome DeviceManager::Sign(const Request& request, Signed* result) {
     return kInvalidParameter;
   }
   Found& found = result->found;
-  Outcome outcome = FindByRecord(*request.certificate, &found);
+  Outcome outcome = FindByRecord(*request.certificate, Look::kKnown, &found);
   if (!outcome.ok()) return outcome;
   if (!found.identity().hasKey) return {kKeyNotFound, 0, "a certificate without a key"};
-  const std::vector<BYTE>& der = found.identity().facts->der;
-  result->signer = ParseCertificate(der.data(), der.size());
+  X509* const certificate = found.identity().facts->parsed.get();
+  X509_up_ref(certificate);
+  result->signer.reset(certificate);
   EVP_PKEY* const publicKey = X509_get0_pubkey(result->signer.get());
   std::vector<BYTE> digest;
   outcome = DigestForSigning(publicKey, request.hashAlg, request.data, request.size, &digest);

@@ -13,6 +13,7 @@
 
 #include "Backend.h"
 #include "CallRecord.h"
+#include "Logins.h"
 #include "VelKeyTypes.h"
 
 namespace velcrypto {
@@ -20,6 +21,7 @@ namespace velcrypto {
 struct Process {
   std::mutex mutex;  // guards `backends`
   std::map<std::pair<VEL_CRYPTO_INTERFACE_TYPE, std::string>, std::unique_ptr<Backend>> backends;
+  Logins logins;
   CallRecord calls;
   std::atomic<long> objects{0};  // handed out and not yet released
 

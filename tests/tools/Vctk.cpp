@@ -16,6 +16,7 @@ Invocation Vctk::Command(const std::vector<std::string>& arguments) const {
   invocation.environment = {
       {"HOME", m_folder.Path()},
       {"VEL_KEYSTORE", KeyStore()},
+      {"VEL_PKCS11_MODULE", "/nonexistent/module.so"},  // whatever is plugged into this machine
       {"VEL_PINENTRY", "/nonexistent/pinentry"},  // tests that want one name it
       {"LC_ALL", "C.UTF-8"}};
   return invocation;

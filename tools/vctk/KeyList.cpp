@@ -10,9 +10,12 @@
 namespace vctk {
 namespace {
 
+// The key store, and every token that the system knows.
 const char kBuiltIn[] =
-    "<authinfo><liblist><lib type=\"CSP\" version=\"1\" dllname=\"\">"
-    "<algid val=\"SHA256\" sm2_hashalg=\"SM3\"/></lib></liblist></authinfo>";
+    "<authinfo><liblist>"
+    "<lib type=\"CSP\" version=\"1\" dllname=\"\"><algid val=\"SHA256\" sm2_hashalg=\"SM3\"/></lib>"
+    "<lib type=\"P11\" version=\"1\" dllname=\"\"><algid val=\"SHA256\" sm2_hashalg=\"SM3\"/></lib>"
+    "</liblist></authinfo>";
 
 // A key list is a page of text; more is a mistake in the name of the file.
 const size_t kMaxSize = 16 * 1024 * 1024;

@@ -22,7 +22,8 @@ const char kFooter[] =
     "5 no certificate or no clear choice, 6 PIN missing, wrong or locked, 7 cancelled.\n"
     "\n"
     "The key list is --key-list, else $VCTK_KEY_LIST, else vel/keylist.xml in the user's\n"
-    "configuration folder, else /etc/vel/keylist.xml, else the key store alone.\n";
+    "configuration folder, else /etc/vel/keylist.xml, else the key store and every PKCS#11\n"
+    "token that the system knows.\n";
 
 std::string LocaleOfMessages() {
   for (const char* const name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {

@@ -77,6 +77,7 @@ Outcome MakeIdentity(const std::string& path, const std::string& name, Pkcs12Con
   identity->container = name;
   identity->device = path;
   identity->id = name;
+  identity->login = name;
   *result = identity;
   return kOk;
 }
