@@ -17,7 +17,7 @@ Invocation Vctk::Command(const std::vector<std::string>& arguments) const {
       {"HOME", m_folder.Path()},
       {"VEL_KEYSTORE", KeyStore()},
       {"VEL_PKCS11_MODULE", "/nonexistent/module.so"},  // whatever is plugged into this machine
-      {"VEL_PINENTRY", "/nonexistent/pinentry"},  // tests that want one name it
+      {"VEL_PINENTRY", "/nonexistent/pinentry"},        // tests that want one name it
       {"LC_ALL", "C.UTF-8"}};
   return invocation;
 }
