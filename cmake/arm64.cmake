@@ -15,5 +15,7 @@ set(CMAKE_C_STANDARD_INCLUDE_DIRECTORIES ${apart}/include/aarch64-linux-gnu)
 set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES ${apart}/include/aarch64-linux-gnu)
 set(VCTK_BOTAN_INCLUDE ${apart}/include/botan-2 CACHE PATH "Botan's headers.")
 set(VCTK_BOTAN_LIBRARY ${apart}/lib/aarch64-linux-gnu/libbotan-2.a CACHE FILEPATH "Botan.")
+# This machine's would be found, for its packages exclude those of another processor too.
+set(VCTK_SOFTHSM "" CACHE FILEPATH "SoftHSM's module.")
 set(ENV{PKG_CONFIG_LIBDIR}
   ${apart}/lib/aarch64-linux-gnu/pkgconfig:/usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig)
