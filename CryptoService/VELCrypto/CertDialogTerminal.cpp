@@ -73,6 +73,11 @@ class Tty {
     termios lines = m_before;
     lines.c_lflag |= ICANON | ECHO | ISIG;
     lines.c_iflag |= ICRNL;
+    // The interrupt key ends the line and cancels. As a signal it would be the host's, who may
+    // have a handler and go on, or end with the terminal as it is now.
+    m_interrupt = static_cast<char>(m_before.c_cc[VINTR]);
+    lines.c_cc[VEOL] = m_before.c_cc[VINTR];
+    lines.c_cc[VINTR] = lines.c_cc[VQUIT] = _POSIX_VDISABLE;
     tcsetattr(m_file, TCSADRAIN, &lines);
   }
   ~Tty() {
@@ -117,11 +122,13 @@ class Tty {
     } while (count < 0 && errno == EINTR);
     if (count <= 0) return Event::kEnd;
     line->assign(block, static_cast<size_t>(count));
-    return Event::kLine;
+    const bool isKey = m_interrupt != static_cast<char>(_POSIX_VDISABLE);
+    return isKey && line->find(m_interrupt) != std::string::npos ? Event::kEnd : Event::kLine;
   }
 
   int m_file;
   bool m_usable = false;
+  char m_interrupt = 0;
   termios m_before = {};
 };
 

@@ -421,6 +421,11 @@ TEST_F(OnTerminal, AnEmptyLineOrTheEndOfInputCancels) {
   EXPECT_EQ(ExitCodeOf({{"cancel): ", "\x04"}}), 2);
 }
 
+TEST_F(OnTerminal, TheInterruptKeyCancelsAndEndsNobody) {
+  EXPECT_EQ(ExitCodeOf({{"cancel): ", "\x03"}}), 2);
+  EXPECT_EQ(ExitCodeOf({{"cancel): ", "1\x03"}}), 2);
+}
+
 TEST_F(OnTerminal, AnythingElseIsAskedAgain) {
   EXPECT_EQ(ExitCodeOf({{"cancel): ", "0\n"},
                         {"cancel): ", "3\n"},

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "Vctk.h"
@@ -122,4 +123,40 @@ TEST_F(Certs, AFullDiskOrAClosedPipeExitsWith3) {
   const Outcome outcome = RunProgram(broken);
   EXPECT_EQ(outcome.exitCode, kFile);
   EXPECT_THAT(outcome.err, HasSubstr("standard output: Broken pipe"));
+}
+
+TEST_F(Certs, AllTellsWhatIsHiddenAndWhy) {
+  PlugIn(SharedIdentities().Rsa());
+  PlugIn(EncryptionOnly());
+  WriteText(KeyStore() + "/broken.p12", "rubbish");
+  const Outcome outcome = Run({"certs", "--all"});
+  EXPECT_EQ(outcome.exitCode, kDone);
+  EXPECT_THAT(outcome.out, HasSubstr(SharedIdentities().Rsa().serial + "  RSA   CN=张三"));
+  EXPECT_THAT(outcome.out, HasSubstr("Hidden:\n  " + EncryptionOnly().serial + "  CN=加密"));
+  EXPECT_THAT(outcome.out, HasSubstr("not for signing"));
+  EXPECT_THAT(outcome.out, HasSubstr("Not looked into:\n  "));
+  EXPECT_THAT(outcome.out, HasSubstr("broken.p12: 0xE0000089"));
+  EXPECT_THAT(Run({"certs"}).out, Not(HasSubstr("Hidden")));
+}
+
+TEST_F(Certs, AllAsJsonHasThreeLists) {
+  PlugInBoth();
+  const Outcome outcome = Run({"certs", "--all", "--json", "--filter", "subject=李四"});
+  EXPECT_EQ(outcome.exitCode, kDone);
+  const auto all = nlohmann::json::parse(outcome.out);
+  ASSERT_EQ(all["certificates"].size(), 1u);
+  EXPECT_EQ(all["certificates"][0]["serial"], SharedIdentities().Sm2().serial);
+  ASSERT_EQ(all["hidden"].size(), 1u);
+  EXPECT_EQ(all["hidden"][0]["serial"], SharedIdentities().Rsa().serial);
+  EXPECT_EQ(all["hidden"][0]["reasons"], nlohmann::json::array({"left out by the filter subject"}));
+  EXPECT_THAT(all["skipped"].dump(), Not(HasSubstr(KeyStore())));
+}
+
+TEST_F(Certs, AllTellsOfCertificatesWithoutKeysToo) {
+  std::filesystem::copy(SharedIdentities().Rsa().certificate, KeyStore() + "/x.crt");
+  OutputOf({"openssl", "pkcs12", "-export", "-nokeys", "-in", SharedIdentities().Rsa().certificate,
+            "-certpbe", "NONE", "-passout", "pass:12345678", "-out", KeyStore() + "/x.p12"});
+  const Outcome outcome = Run({"certs", "--all"});
+  EXPECT_EQ(outcome.exitCode, kNoCertificate);
+  EXPECT_THAT(outcome.out, HasSubstr("no private key"));
 }

@@ -72,6 +72,10 @@ const Words& WordsFor(const QString& language) {
   for (const char* const name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
     if (wanted.isEmpty()) wanted = QString::fromLocal8Bit(qgetenv(name));
   }
+  const QString first = QString::fromLocal8Bit(qgetenv("LANGUAGE"));
+  const bool isNone =
+      wanted.isEmpty() || wanted == QLatin1String("C") || wanted == QLatin1String("POSIX");
+  if (language.isEmpty() && !first.isEmpty() && !isNone) wanted = first;
   return wanted.startsWith(QLatin1String("zh")) ? kChinese : kEnglish;
 }
 

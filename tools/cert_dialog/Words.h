@@ -11,7 +11,8 @@ struct Words {
   const char *digitalSignature, *nonRepudiation, *keyEncipherment, *dataEncipherment, *keyAgreement;
 };
 
-// By "zh_CN", "en" and the like; empty: by the environment (LC_ALL, LC_MESSAGES, LANG).
+// By "zh_CN", "en" and the like; empty: by the environment (LC_ALL,
+// LC_MESSAGES, LANG, and LANGUAGE before them).
 const Words& WordsFor(const QString& language);
 
 // What people call the key-usage bit; an unknown one keeps its name.

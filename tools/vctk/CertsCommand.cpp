@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "CallRecord.h"
 #include "Choice.h"
 #include "Commands.h"
 #include "Files.h"
@@ -10,6 +11,8 @@
 
 namespace vctk {
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 struct Row {
   Certificate certificate;
@@ -19,10 +22,14 @@ struct Row {
 
 // A session keeps the first certificate that it chose, so each is asked about in one of its own;
 // the caller's session meanwhile keeps the device library loaded.
-std::vector<Row> Gather(const KeyList& keyList, const std::vector<Filter>& filters) {
+std::vector<Row> Gather(const KeyList& keyList, const std::vector<Filter>& filters,
+                        Listing* listing) {
   Session session(keyList, filters);
+  session.RecordCalls();
   std::vector<Row> rows;
-  for (const Certificate& certificate : session.List()) {
+  const std::vector<Certificate> certificates = session.List();
+  *listing = LastListing(session.CallRecord());
+  for (const Certificate& certificate : certificates) {
     Session single(keyList, filters);
     single.Choose(certificate.serial);
     rows.push_back({certificate, single.ChosenType(), single.ChosenCertificate()});
@@ -30,16 +37,15 @@ std::vector<Row> Gather(const KeyList& keyList, const std::vector<Filter>& filte
   return rows;
 }
 
-std::string JsonOf(const std::vector<Row>& rows) {
-  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+Json JsonOf(const std::vector<Row>& rows) {
+  Json list = Json::array();
   for (const Row& row : rows) {
     list.push_back({{"serial", row.certificate.serial},
                     {"type", row.type},
                     {"subject", row.certificate.subject},
                     {"certificate", row.base64}});
   }
-  // A name that is no UTF-8 must not cost the whole list.
-  return list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return list;
 }
 
 std::string Padded(const std::string& text, size_t width) {
@@ -58,18 +64,47 @@ std::string TableOf(const std::vector<Row>& rows) {
   return table;
 }
 
+std::string LeftOut(const Listing& listing) {
+  std::string text;
+  if (!listing.hidden.empty()) text += "Hidden:\n";
+  for (const HiddenCertificate& each : listing.hidden) {
+    std::string reasons;
+    for (const std::string& reason : each.reasons) {
+      reasons += (reasons.empty() ? "" : ", ") + reason;
+    }
+    text += "  " + Printable(each.serial) + "  " + Printable(each.subject) + "\n    " +
+            Printable(reasons) + " (" + Printable(each.device) + ")\n";
+  }
+  if (!listing.skipped.empty()) text += "Not looked into:\n";
+  for (const SkippedDevice& each : listing.skipped) {
+    text += "  " + (each.device.empty() ? "(default)" : Printable(each.device)) + ": " +
+            Printable(ReasonOf(each)) + "\n";
+  }
+  return text;
+}
+
+// A name that is no UTF-8 must not cost the whole list.
+std::string TextOf(const Json& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
 }  // namespace
 
 ExitCode RunCerts(const CertsOptions& options) {
   const std::vector<Filter> filters = ParseFilters(options.filters);
-  const std::vector<Row> rows = Gather(FindKeyList(options.keyList), filters);
-  if (options.json) Print(JsonOf(rows));
-  if (rows.empty()) {
-    throw Failure(kNoCertificate, "there is no certificate that can sign",
-                  "Plug in the key, or loosen the filters. Certificates that are not valid now or "
-                  "have no private key are not listed.");
+  Listing listing;
+  const std::vector<Row> rows = Gather(FindKeyList(options.keyList), filters, &listing);
+  if (options.json && options.all) {
+    Print(TextOf(Json({{"certificates", JsonOf(rows)},
+                       {"hidden", JsonOf(listing.hidden)},
+                       {"skipped", JsonOf(listing.skipped)}})));
+  } else if (options.json) {
+    Print(TextOf(JsonOf(rows)));
+  } else {
+    if (!rows.empty()) Print(TableOf(rows));
+    if (options.all) Print(LeftOut(listing));
   }
-  if (!options.json) Print(TableOf(rows));
+  if (rows.empty()) throw NothingToSignWith();
   return kDone;
 }
 

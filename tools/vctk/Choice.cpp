@@ -69,18 +69,38 @@ std::string FilterNames() {
   return names;
 }
 
+std::string FilterName(unsigned type) {
+  return type < std::size(kFilterNames) ? kFilterNames[type] : std::to_string(type);
+}
+
 Certificate ChooseCertificate(Session& session, const std::string& serial) {
   const std::vector<Certificate> certificates = session.List();
   if (!serial.empty()) return Named(session, certificates, serial);
-  if (certificates.empty()) {
-    throw Failure(kNoCertificate, "there is no certificate that can sign",
-                  "Plug in the key, or loosen the filters.");
-  }
+  if (certificates.empty()) throw NothingToSignWith();
   if (certificates.size() == 1) return certificates.front();
   std::string lines;
   for (const Certificate& each : certificates) lines += "\n  " + Describe(each);
   throw Failure(kNoCertificate, "there are several certificates" + lines,
                 "Name one of them with --cert SERIAL.");
+}
+
+// A session tells the chosen certificate but not its serial number, so the listed ones are asked
+// for theirs, each in a session of its own.
+Certificate CertificateOfDialog(Session& session, const KeyList& keyList,
+                                const std::vector<Filter>& filters) {
+  const std::string chosen = session.ChosenCertificate();
+  for (const Certificate& each : session.List()) {
+    Session single(keyList, filters);
+    single.Choose(each.serial);
+    if (single.ChosenCertificate() == chosen) return each;
+  }
+  throw Failure(kNoCertificate, "the chosen certificate is gone", "Plug the key in again.");
+}
+
+Failure NothingToSignWith() {
+  return Failure(kNoCertificate, "there is no certificate that can sign",
+                 "Plug in the key, or loosen the filters; \"vctk certs --all\" shows what is left "
+                 "out and why.");
 }
 
 std::string Describe(const Certificate& certificate) {

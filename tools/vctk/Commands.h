@@ -15,17 +15,23 @@ struct CommonOptions {
 
 struct CertsOptions : CommonOptions {
   bool json = false;
+  bool all = false;
 };
 
 struct SignOptions : CommonOptions {
-  std::string file;  // "-": standard input
+  std::vector<std::string> files;  // "-": standard input
   bool pkcs1 = false;
   bool detached = false;
   bool binary = false;
+  bool dialog = false;
   std::string serial;
   std::string digest;
-  std::string output;  // empty: standard output
+  std::string output;  // empty: standard output, or beside each of several files
   std::string pinFile;
+};
+
+struct DoctorOptions : CommonOptions {
+  bool json = false;
 };
 
 struct PinChangeOptions : CommonOptions {
@@ -36,6 +42,8 @@ struct PinChangeOptions : CommonOptions {
 ExitCode RunCerts(const CertsOptions& options);
 ExitCode RunSign(const SignOptions& options);
 ExitCode RunPinChange(const PinChangeOptions& options);
+ExitCode RunDoctor(const DoctorOptions& options);
+ExitCode RunCalls(const CommonOptions& options);
 ExitCode RunMessage(const std::string& code);
 
 }  // namespace vctk

@@ -14,6 +14,7 @@ namespace {
 
 const uint32_t kNothingListed = 0xE000000E;
 const int kUserPin = 2;
+const unsigned long kCertificateFilter = 4;
 const char kListing[] = "the certificates cannot be listed";
 
 // Control characters that stand in no name.
@@ -48,16 +49,6 @@ std::vector<Certificate> Split(const std::string& text) {
 
 int GetList(void* handle, char* result, int* length) {
   return VCTK_GetCertList(handle, kBetweenCertificates, kBetweenFields, result, length);
-}
-
-// With the tries left, which only the message of a failed PKCS#7 signature knows.
-std::string LastMessage(void* handle) {
-  int length = 0;
-  if (VCTK_GetLastErrorMessage(handle, nullptr, &length) != VCTK_OK) return std::string();
-  std::string text(static_cast<size_t>(length), '\0');
-  if (VCTK_GetLastErrorMessage(handle, &text[0], &length) != VCTK_OK) return std::string();
-  text.resize(static_cast<size_t>(length));
-  return text;
 }
 
 }  // namespace
@@ -133,7 +124,8 @@ std::string Session::SignPkcs7(const std::string& base64, bool detached, const P
   if (kept != 1) Check("the PIN was refused", kept);
   const int result = VCTK_P7SignStrEx(m_handle, base64.c_str(), 1, detached ? 1 : 0, 1);
   if (result != VCTK_OK) {
-    throw CodeFailure("signing failed", static_cast<uint32_t>(result), LastMessage(m_handle));
+    // The tries left are known to the message of a failed PKCS#7 signature alone.
+    throw CodeFailure("signing failed", static_cast<uint32_t>(result), LastMessage());
   }
   return Get("the signature cannot be read", VCTK_GetP7SignResult);
 }
@@ -149,6 +141,53 @@ std::string Session::SignPkcs1(const std::string& serial, const std::string& bas
     throw Failure(kFailed, "the device library gave no signature", AdviceFor(0xE0000001));
   }
   return answer["signdata"].get<std::string>();
+}
+
+std::string Session::LastMessage() {
+  int length = 0;
+  if (VCTK_GetLastErrorMessage(m_handle, nullptr, &length) != VCTK_OK) return std::string();
+  std::string text(static_cast<size_t>(length), '\0');
+  if (VCTK_GetLastErrorMessage(m_handle, &text[0], &length) != VCTK_OK) return std::string();
+  text.resize(static_cast<size_t>(length));
+  return text;
+}
+
+uint32_t Session::SignByDialogs(bool pkcs1, const std::string& base64, bool detached,
+                                std::string* signature) {
+  VCTK_SetChooseSingleCert(m_handle, 1);
+  const int result = pkcs1 ? VCTK_P1Sign(m_handle, base64.c_str(), 1)
+                           : VCTK_P7Sign(m_handle, base64.c_str(), 1, detached ? 1 : 0, 1);
+  if (result != VCTK_OK) return static_cast<uint32_t>(result);
+  *signature =
+      Get("the signature cannot be read", pkcs1 ? VCTK_GetP1SignResult : VCTK_GetP7SignResult);
+  if (!m_dialogChose) {
+    // Nothing else fits from now on, so nothing is left to be asked.
+    const std::string chosen = ChosenCertificate();
+    Check("a filter was refused", VCTK_AddFilter(m_handle, kCertificateFilter, chosen.c_str()));
+    m_dialogChose = true;
+  }
+  return VCTK_OK;
+}
+
+void Session::RecordCalls() {
+  VCTK_CallQueueEnable(m_handle, 1, 1);
+}
+
+// The record may grow between the two calls.
+std::string Session::CallRecord() {
+  int length = 0;
+  if (VCTK_CallQueueGet(m_handle, nullptr, &length) != VCTK_OK) return std::string();
+  for (int i = 0; i < 10; ++i) {
+    std::string text(static_cast<size_t>(length), '\0');
+    if (VCTK_CallQueueGet(m_handle, &text[0], &length) != VCTK_OK) continue;
+    text.resize(text.find('\0') == std::string::npos ? text.size() : text.find('\0'));
+    return text;
+  }
+  return std::string();
+}
+
+std::string Session::Digest() {
+  return Get("the digest cannot be told", VCTK_GetDigestAlg);
 }
 
 void Session::ChangePin(const std::string& serial, const Pin& current, const Pin& replacement) {

@@ -1,5 +1,7 @@
 #pragma once
 // One session of the toolkit. Every operation throws a Failure that tells code, text and advice.
+#include <stdint.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,6 +43,20 @@ class Session {
   std::string SignPkcs7(const std::string& base64, bool detached, const Pin& pin);
   std::string SignPkcs1(const std::string& serial, const std::string& base64, const Pin& pin);
 
+  // Signs with the certificate that the user chooses in the device library's dialog (a single one
+  // is taken), and the PIN that its PIN dialog asks for. Later calls sign with the same
+  // certificate. Fills `signature`, base64 on one line, and returns 0; or the code.
+  uint32_t SignByDialogs(bool pkcs1, const std::string& base64, bool detached,
+                         std::string* signature);
+
+  // Records the device library's operations from now on; shared by all sessions.
+  void RecordCalls();
+  std::string LastMessage();  // of the last failure, with the tries left
+  std::string CallRecord();   // empty when there is none
+
+  // The digest that a signature with the chosen certificate takes.
+  std::string Digest();
+
   void ChangePin(const std::string& serial, const Pin& current, const Pin& replacement);
 
  private:
@@ -51,6 +67,7 @@ class Session {
   void Check(const std::string& doing, int result) const;
 
   void* m_handle;
+  bool m_dialogChose = false;
 };
 
 }  // namespace vctk

@@ -1,15 +1,17 @@
-#include <strings.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <set>
 
 #include "Base64.h"
-#include "Choice.h"
 #include "Commands.h"
 #include "Files.h"
+#include "Progress.h"
+#include "Signer.h"
 #include "Terminal.h"
 
 namespace vctk {
 namespace {
-
-const uint32_t kNoDialog = 0xE000005A;
 
 // The toolkit keeps base64 text as 4-byte characters and counts bytes in 32 bits.
 const size_t kMaxContent = 384u * 1024 * 1024 - 1024;
@@ -23,50 +25,6 @@ std::string ReadContent(const std::string& file) {
   return EncodeBase64(bytes);
 }
 
-// A bare signature without a dialog takes the digest that belongs to the key type.
-void CheckPkcs1Digest(const std::string& digest, const std::string& type) {
-  const std::string fixed = type == "RSA" ? "SHA1" : "SM3";
-  if (digest.empty() || strcasecmp(digest.c_str(), fixed.c_str()) == 0) return;
-  throw Failure(
-      kUsage,
-      "--p1 signs with " + fixed + " for this " + type + " key, not with " + Printable(digest),
-      "A bare signature with another digest needs the PIN dialog of the device library, "
-      "which this program does not use: leave --digest out, or make a PKCS#7 signature "
-      "(--p7), which takes any digest.");
-}
-
-std::string SignWith(Session& session, const SignOptions& options, const Certificate& certificate,
-                     const std::string& content, const Pin& pin) {
-  return options.pkcs1 ? session.SignPkcs1(certificate.serial, content, pin)
-                       : session.SignPkcs7(content, options.detached, pin);
-}
-
-// Without a PIN the device library asks for it, in a window or on the terminal; where it has no
-// dialog, this program does on the terminal.
-std::string SignAsking(Session& session, const SignOptions& options, const Certificate& certificate,
-                       const std::string& content, PinSource& pins) {
-  Pin pin;
-  if (pins.IsTerminal()) {
-    try {
-      const KeyboardSignals afterwards;
-      return SignWith(session, options, certificate, content, pin);
-    } catch (const Failure& failure) {
-      if (failure.Code() != kNoDialog) throw;
-    }
-  }
-  pins.Read(Describe(certificate) + "\nPIN: ", pin);
-  return SignWith(session, options, certificate, content, pin);
-}
-
-std::string Sign(Session& session, const SignOptions& options, const std::string& content,
-                 PinSource& pins) {
-  if (!options.pkcs1 && !options.digest.empty()) session.SetDigest(options.digest);
-  const Certificate certificate = ChooseCertificate(session, options.serial);
-  session.Choose(certificate.serial);
-  if (options.pkcs1) CheckPkcs1Digest(options.digest, session.ChosenType());
-  return SignAsking(session, options, certificate, content, pins);
-}
-
 std::string Encoded(const std::string& base64, bool binary) {
   if (!binary) return base64 + "\n";
   std::string bytes;
@@ -76,19 +34,96 @@ std::string Encoded(const std::string& base64, bool binary) {
   return bytes;
 }
 
+struct Job {
+  std::string file, output;
+};
+
+bool IsFolder(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// What can be known to fail is told before anything is asked for or signed.
+void CheckReadable(const std::string& file) {
+  struct stat info;
+  if (stat(file.c_str(), &info) != 0) throw FileFailure("cannot read", file);
+  if (S_ISREG(info.st_mode) && info.st_size == 0) {
+    throw Failure(kFile, file + " is empty", "There is nothing to sign.");
+  }
+  if (S_ISDIR(info.st_mode)) throw Failure(kFile, "cannot read: " + file + " is a folder");
+}
+
+// Several files: each signature lies beside its file or in the folder that --output names.
+std::vector<Job> JobsOf(const SignOptions& options) {
+  if (options.files.size() == 1) return {{options.files[0], options.output}};
+  if (!options.output.empty() && !IsFolder(options.output)) {
+    throw Failure(kUsage, "--output must be a folder for several files: " + options.output);
+  }
+  const std::string ending = options.pkcs1 ? ".p1" : options.detached ? ".p7s" : ".p7";
+  std::vector<Job> jobs;
+  std::set<std::string> outputs;
+  if (std::count(options.files.begin(), options.files.end(), "-") > 0) {
+    throw Failure(kUsage, "standard input cannot be one of several files");
+  }
+  for (const std::string& file : options.files) {
+    CheckReadable(file);
+    const std::string name = file.substr(file.rfind('/') + 1);
+    const std::string output =
+        options.output.empty() ? file + ending : options.output + "/" + name + ending;
+    if (!outputs.insert(output).second) {
+      throw Failure(kUsage, "two signatures would be written to " + output);
+    }
+    jobs.push_back({file, output});
+  }
+  return jobs;
+}
+
+ExitCode SignOne(const SignOptions& options, const Job& job) {
+  OutputFile output(job.output);
+  const std::string content = ReadContent(job.file);
+  Signer signer(options, job.file == "-");
+  output.Commit(Encoded(signer.Sign(content), options.binary));
+  return kDone;
+}
+
+// The first failure ends the run: a wrong PIN that is tried for every file locks the key.
+ExitCode SignSeveral(const SignOptions& options, const std::vector<Job>& jobs) {
+  Signer signer(options, false);
+  Progress progress(jobs.size());
+  size_t done = 0;
+  try {
+    for (const Job& job : jobs) {
+      if (done > 0) progress.Show(done, job.file);
+      OutputFile output(job.output);
+      output.Commit(Encoded(signer.Sign(ReadContent(job.file)), options.binary));
+      ++done;
+    }
+  } catch (const Failure& failure) {
+    progress.Hide();
+    const std::string count =
+        std::to_string(done) + " of " + std::to_string(jobs.size()) + " files are signed; ";
+    throw Failure(failure.Exit(), count + jobs[done].file + ": " + failure.what(),
+                  failure.Advice());
+  }
+  progress.Hide();
+  for (const Job& job : jobs) Print(Printable(job.output) + "\n");
+  return kDone;
+}
+
 }  // namespace
 
 ExitCode RunSign(const SignOptions& options) {
-  if (options.binary && options.output.empty() && StandardOutputIsTerminal()) {
+  if (options.binary && options.output.empty() && options.files.size() == 1 &&
+      StandardOutputIsTerminal()) {
     throw Failure(kUsage, "a binary signature does not go to the terminal",
                   "Name a file with --output, or leave --binary out.");
   }
-  PinSource pins(options.pinFile, options.file == "-");
-  OutputFile output(options.output);
-  const std::string content = ReadContent(options.file);
-  Session session(FindKeyList(options.keyList), ParseFilters(options.filters));
-  output.Commit(Encoded(Sign(session, options, content, pins), options.binary));
-  return kDone;
+  if (options.dialog && !(options.serial.empty() && options.pinFile.empty())) {
+    throw Failure(kUsage, "--dialog asks for certificate and PIN",
+                  "Leave --cert and --pin-file out, or --dialog.");
+  }
+  const std::vector<Job> jobs = JobsOf(options);
+  return jobs.size() == 1 ? SignOne(options, jobs[0]) : SignSeveral(options, jobs);
 }
 
 }  // namespace vctk

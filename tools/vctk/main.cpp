@@ -47,6 +47,8 @@ struct Options {
   CertsOptions certs;
   SignOptions sign;
   PinChangeOptions pinChange;
+  DoctorOptions doctor;
+  CommonOptions calls;
   std::string code;
 };
 
@@ -74,12 +76,18 @@ CLI::App* AddCerts(CLI::App& app, CertsOptions& options) {
   CLI::App* const command = app.add_subcommand("certs", "List the certificates that can sign");
   AddCommon(*command, options);
   command->add_flag("--json", options.json, "As a JSON array with the certificates in base64");
+  command->add_flag("--all", options.all,
+                    "Also those that cannot sign, with the reason, and what could not be looked "
+                    "into; with --json an object with certificates, hidden and skipped");
   return command;
 }
 
 CLI::App* AddSign(CLI::App& app, SignOptions& options) {
-  CLI::App* const command = app.add_subcommand("sign", "Sign a file");
-  command->add_option("FILE", options.file, "The file to sign, \"-\" for standard input")
+  CLI::App* const command = app.add_subcommand("sign", "Sign files");
+  command
+      ->add_option("FILE", options.files,
+                   "The files to sign, \"-\" for standard input. Each of several gets its "
+                   "signature beside it, named FILE.p7, .p7s (detached) or .p1")
       ->required()
       ->type_name("");
   AddCommon(*command, options);
@@ -91,7 +99,8 @@ CLI::App* AddSign(CLI::App& app, SignOptions& options) {
       ->excludes(pkcs1);
   command
       ->add_option("--cert", options.serial,
-                   "Serial number of the certificate; needed when there are several")
+                   "Serial number of the certificate. Where neither certificate nor PIN is given "
+                   "and there is a terminal, they are asked for in dialogs")
       ->type_name("SERIAL");
   command
       ->add_option("--digest", options.digest,
@@ -99,9 +108,11 @@ CLI::App* AddSign(CLI::App& app, SignOptions& options) {
       ->type_name("NAME");
   command
       ->add_option("-o,--output", options.output,
-                   "Where the signature goes; else to standard output")
+                   "Where the signature goes, else to standard output; the folder for several")
       ->type_name("FILE");
   command->add_flag("--binary", options.binary, "Bytes (DER for PKCS#7) instead of base64");
+  command->add_flag("--dialog", options.dialog,
+                    "Ask for certificate and PIN in dialogs without a terminal, too");
   AddPinFile(*command, options.pinFile, "the PIN in its first line");
   return command;
 }
@@ -114,6 +125,21 @@ CLI::App* AddPinChange(CLI::App& app, PinChangeOptions& options) {
       ->type_name("SERIAL");
   AddPinFile(*command, options.pinFile,
              "the current PIN in the first and the new one in the second line");
+  return command;
+}
+
+CLI::App* AddDoctor(CLI::App& app, DoctorOptions& options) {
+  CLI::App* const command = app.add_subcommand(
+      "doctor", "Tell what is installed, plugged in and would be signed with, and what is wrong");
+  AddCommon(*command, options);
+  command->add_flag("--json", options.json, "As a JSON object");
+  return command;
+}
+
+CLI::App* AddCalls(CLI::App& app, CommonOptions& options) {
+  CLI::App* const command = app.add_subcommand(
+      "calls", "List the certificates and show the device library's record of it, for support");
+  AddCommon(*command, options);
   return command;
 }
 
@@ -144,6 +170,8 @@ ExitCode Run(int argc, char** argv) {
   const CLI::App* const certs = AddCerts(app, options.certs);
   const CLI::App* const sign = AddSign(app, options.sign);
   const CLI::App* const pinChange = AddPinChange(app, options.pinChange);
+  const CLI::App* const doctor = AddDoctor(app, options.doctor);
+  const CLI::App* const calls = AddCalls(app, options.calls);
   AddMessage(app, options.code);
   try {
     app.parse(argc, argv);
@@ -153,6 +181,8 @@ ExitCode Run(int argc, char** argv) {
   if (certs->parsed()) return RunCerts(options.certs);
   if (sign->parsed()) return RunSign(options.sign);
   if (pinChange->parsed()) return RunPinChange(options.pinChange);
+  if (doctor->parsed()) return RunDoctor(options.doctor);
+  if (calls->parsed()) return RunCalls(options.calls);
   return RunMessage(options.code);
 }
 
