@@ -91,13 +91,17 @@ Outcome Watch::Run(std::function<Outcome()> work) {
     task->done = true;
     task->ended.notify_all();
   };
+  std::thread worker;
   try {
     const SignalsBlocked blocked;
-    std::thread(run).detach();
+    worker = std::thread(run);
   } catch (const std::system_error&) {
     run();  // no thread to be had
   }
-  if (!WaitFor(*task, m_patience)) return stuck;
+  const bool done = WaitFor(*task, m_patience);
+  // Only one that hangs is left to itself: what a thread leaves behind goes when it is joined.
+  if (worker.joinable()) done ? worker.join() : worker.detach();
+  if (!done) return stuck;
   const std::lock_guard<std::mutex> lock(task->mutex);
   return task->outcome;
 }
