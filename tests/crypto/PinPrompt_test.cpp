@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <utility>
+
 #include "KeyMaker.h"
 #include "PinentryScript.h"
 
@@ -27,7 +29,7 @@ class PinPromptTest : public ::testing::Test {
   PinPromptTest() {
     CertFacts facts;
     facts.record.SubjectCN = L"张三";
-    m_identity.facts = std::make_shared<const CertFacts>(facts);
+    m_identity.facts = std::make_shared<const CertFacts>(std::move(facts));
     m_identity.device = "token";
     m_identity.application = "token";
     m_identity.container = "key 1";
