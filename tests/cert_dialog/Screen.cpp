@@ -81,7 +81,12 @@ Screen::Window Screen::WaitForWindow(const std::string& title) const {
   for (char& c : pattern) c = c == ' ' ? '.' : c;
   const bool found = Eventually([&] {
     std::istringstream(Do("search --onlyvisible --name ^" + pattern + "$")) >> window.id;
-    if (window.id.empty()) return false;
+    if (window.id.empty()) {
+      // openbox may read a request to map ahead while it starts, and handles it with the next
+      // event.
+      Do("set_desktop 0");
+      return false;
+    }
     std::string active;
     std::istringstream(Do("getactivewindow")) >> active;
     if (active != window.id) Do("windowactivate " + window.id);
