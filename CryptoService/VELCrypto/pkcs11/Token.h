@@ -13,6 +13,7 @@
 #include "../Backend.h"
 #include "Contents.h"
 #include "Module.h"
+#include "TimedMutex.h"
 
 namespace velcrypto {
 
@@ -52,7 +53,7 @@ class Token : public std::enable_shared_from_this<Token> {
   void Close();
 
  private:
-  using Lock = std::unique_lock<std::timed_mutex>;
+  using Lock = std::unique_lock<TimedMutex>;
   struct Key {
     CK_OBJECT_HANDLE handle;
     bool asksEachTime;
@@ -83,7 +84,7 @@ class Token : public std::enable_shared_from_this<Token> {
   const std::string m_key;
   const unsigned m_ordinal;
   const std::string m_name;
-  std::timed_mutex m_mutex;
+  TimedMutex m_mutex;
   CK_SLOT_ID m_slot;
   CK_TOKEN_INFO m_info;
   CK_SESSION_HANDLE m_session = CK_INVALID_HANDLE;
