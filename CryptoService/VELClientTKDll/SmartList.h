@@ -3,13 +3,12 @@
 // frozen. The items are copies made by the code that owns the list, so they outlive the library
 // that filled it.
 #include <algorithm>
-#include <utility>
 #include <vector>
 
 template <typename T>
 class ISmartList {
  public:
-  virtual long AddItem(T item) = 0;  // the new count
+  virtual long AddItem(T item) = 0;  // a copy goes to the end; the new count
   virtual long GetCount() = 0;
   virtual void Clear() = 0;
   virtual long GetData(int index, T& out) = 0;  // the count, not a status
@@ -33,8 +32,10 @@ class CSmartList : public ISmartList<T> {
     return *this;
   }
 
+  // Copied, not taken over: device libraries that are not written in C++ hand in the address of a
+  // record that they keep.
   long AddItem(T item) override {
-    m_vecList.push_back(std::move(item));
+    m_vecList.push_back(item);
     return GetCount();
   }
   long GetCount() override { return static_cast<long>(m_vecList.size()); }

@@ -97,9 +97,11 @@ static unsigned long GetCertList(void* self, void* filters, void* certs) {
     char* const filter = ListItem(filters, i);
     Tell("GetCertList %u=%ls", Get32(filter, 0), GetString(filter, 4));
   }
-  char record[CERT_SIZE];
+  char record[CERT_SIZE], before[CERT_SIZE];
   MakeCert(record);
+  memcpy(before, record, CERT_SIZE);
   ListAdd(certs, record);
+  if (memcmp(record, before, CERT_SIZE) != 0) Tell("GetCertList: the list changed the record");
   DropCert(record);
   return 0;
 }

@@ -108,6 +108,12 @@ TEST_F(PlainDevice, EveryFieldOfACertificateArrives) {
   EXPECT_STREQ(cert.ProvName, L"provider");
 }
 
+TEST_F(PlainDevice, AListLeavesTheRecordThatItIsGivenToItsOwner) {
+  CSmartList<tag_VEL_CERT_FILTER_ITEM> filters;
+  m_manager->GetCertList(&filters, &m_certs);
+  EXPECT_STREQ(m_transcript(), "");
+}
+
 // The list's items were copied by the code that owns the list, so nothing of the device remains.
 TEST_F(PlainDevice, ListedCertificatesOutliveTheLibrary) {
   CSmartList<tag_VEL_CERT_FILTER_ITEM> filters;

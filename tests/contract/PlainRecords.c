@@ -129,7 +129,7 @@ void* ListItem(void* list, int index) {
   return ((void* (*)(void*, int))SlotOf(list, LIST_GET_ITEM))(list, index);
 }
 
-/* A record with strings is passed by value as the address of a copy, which the caller keeps. */
+/* A record with strings is passed by value as its address; the caller keeps it. */
 void ListAdd(void* list, void* record) {
   ((long (*)(void*, void*))SlotOf(list, LIST_ADD_ITEM))(list, record);
 }
