@@ -93,10 +93,13 @@ void CMarkup::x_SetPos(int iPosParent, int iPos, int iPosChild) {
 
 bool CMarkup::FindElem(MarkupCStr name) {
   if ((m_nDocFlags & MDF_WRITEFILE) != 0 || m_pElemPosTree->GetSize() == 0) return false;
-  const int found = name.IsEmpty() ? x_NextElem(m_iPosParent, m_iPos)
-                                   : x_FindElem(m_iPosParent, m_iPos, PathPos(name));
+  const bool first = m_iPos == 0;
+  const ElemPos& from = x_Elem(first ? m_iPosParent : m_iPos);
+  const int parent = first ? m_iPosParent : from.iElemParent;  // siblings have the same
+  int found = first ? from.iElemChild : from.iElemNext;
+  if (!name.IsEmpty()) found = x_FindElem(m_iPosParent, m_iPos, PathPos(name));
   if (found == 0) return false;
-  x_SetPos(x_Elem(found).iElemParent, found, 0);
+  x_SetPos(parent, found, 0);
   return true;
 }
 
@@ -133,20 +136,6 @@ int CMarkup::x_FindElem(int iPosParent, int iPos, PathPos path) const {
     if (token.Match(path.GetPtr())) return iPos;
   }
   return 0;
-}
-
-std::wstring CMarkup::x_GetAttrib(int iPos, MarkupCStr name) const {
-  if (name == nullptr) return std::wstring();
-  TokenPos token(m_strDoc.c_str(), m_nDocFlags);
-  if (iPos != 0 && (iPos != m_iPos || m_nNodeType == MNT_ELEMENT)) {
-    token.m_nNext = x_Elem(iPos).nStart + 1;
-  } else if (iPos == m_iPos && m_nNodeLength != 0 && m_nNodeType == MNT_PROCESSING_INSTRUCTION) {
-    token.m_nNext = m_nNodeOffset + 2;
-  } else {
-    return std::wstring();
-  }
-  if (!token.FindTagAttrib(name)) return std::wstring();
-  return UnescapeText(token.GetTokenPtr(), token.Length());
 }
 
 std::wstring CMarkup::x_GetTagName(int iPos) const {

@@ -3,15 +3,11 @@
 #include <cwchar>
 
 #include "Markup.h"
+#include "MarkupScan.h"
+
+using namespace markup_scan;
 
 namespace {
-
-// The first "&" in [p, end), null without one. Most texts are short: no call is made for them.
-inline const wchar_t* FindAmpersand(const wchar_t* p, const wchar_t* end) {
-  if (end - p > 16) return wmemchr(p, L'&', end - p);
-  while (p != end && *p != L'&') ++p;
-  return p != end ? p : nullptr;
-}
 
 // The name between "&" and ";", at most nine characters, ASCII capitals folded.
 struct ReferenceName {

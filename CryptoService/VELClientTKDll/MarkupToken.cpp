@@ -1,123 +1,11 @@
 #include "MarkupToken.h"
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
-#include <cstdint>
-#include <cstring>
 #include <cwchar>
 
 #include "Markup.h"
+#include "MarkupScan.h"
 
-namespace {
-
-constexpr uint64_t Bit(unsigned c) {
-  return uint64_t{1} << c;
-}
-constexpr uint64_t kSpace = Bit(' ') | Bit('\t') | Bit('\n') | Bit('\r');
-// All below 64 that end a name; the backslash is the one above.
-constexpr uint64_t kNameEnd = kSpace | Bit(0) | Bit('<') | Bit('>') | Bit('=') | Bit('/') |
-                              Bit('?') | Bit('!') | Bit('"') | Bit('\'') | Bit(';');
-
-inline bool InSet(uint64_t set, wchar_t c) {
-  const uint32_t code = static_cast<uint32_t>(c);
-  return code < 64 && (set >> code & 1) != 0;
-}
-
-inline bool IsSpace(wchar_t c) {
-  return InSet(kSpace, c);
-}
-inline bool IsNameEnd(wchar_t c) {
-  // Small letters, of which most names are made, all stand behind the last one.
-  if (static_cast<uint32_t>(c) > L'\\') return false;
-  return InSet(kNameEnd, c) || c == L'\\';
-}
-inline bool IsLetter(wchar_t c) {
-  return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
-}
-inline wchar_t Fold(wchar_t c) {
-  return c >= L'A' && c <= L'Z' ? c + (L'a' - L'A') : c;
-}
-
-// The first character at or behind p that stops, as the terminator must. Lengths are alike in many
-// documents: branches that are guessed right are faster than arithmetic that has to be waited for.
-template <typename Stops>
-inline const wchar_t* SkipTo(const wchar_t* p, Stops stops) {
-  for (;; p += 4) {
-    if (stops(p[0])) return p;
-    if (stops(p[1])) return p + 1;
-    if (stops(p[2])) return p + 2;
-    if (stops(p[3])) return p + 3;
-  }
-}
-
-// What a name that is looked for may go on with.
-inline bool MayFollowName(wchar_t c) {
-  return c == 0 || c == L' ' || c == L'/' || c == L'=' || c == L'[' || c == L']';
-}
-
-inline const wchar_t* SkipSpace(const wchar_t* p) {
-  while (IsSpace(*p)) ++p;
-  return p;
-}
-
-inline const wchar_t* SkipName(const wchar_t* p) {
-  return SkipTo(p, IsNameEnd);
-}
-
-typedef int Lanes __attribute__((vector_size(16)));
-typedef long long Halves __attribute__((vector_size(16)));
-static_assert(sizeof(wchar_t) * TokenPos::BLOCK == 2 * sizeof(Lanes), "a block is two vectors");
-
-inline bool AnyLane(Lanes hits) {
-#ifdef __SSE2__
-  return _mm_movemask_epi8((__m128i)hits) != 0;  // NOLINT: same bits
-#else
-  const Halves halves = (Halves)hits;  // NOLINT: same bits
-  return (halves[0] | halves[1]) != 0;
-#endif
-}
-
-// The first c at or behind p, or the terminator. Blocks may begin ahead of blocksEnd.
-inline const wchar_t* ScanTo(const wchar_t* p, wchar_t c, const wchar_t* blocksEnd) {
-  const int code = static_cast<int>(c);
-  for (; p < blocksEnd; p += TokenPos::BLOCK) {
-    Lanes low, high;
-    memcpy(&low, p, sizeof(low));
-    memcpy(&high, p + TokenPos::BLOCK / 2, sizeof(high));
-    if (AnyLane((low == code) | (low == 0) | (high == code) | (high == 0))) break;
-  }
-  return SkipTo(p, [c](wchar_t x) { return x == c || x == 0; });
-}
-
-// A ">" alone does not end an instruction, nor a "?" an element's tag.
-inline bool IsTagEnd(const wchar_t* p, bool instruction) {
-  if (*p == 0) return true;
-  if (instruction) return *p == L'?' && p[1] == L'>';
-  return *p == L'>' || (*p == L'/' && p[1] == L'>');
-}
-
-// The value behind a "=": its first character, its end and where scanning goes on. ParseNode and
-// ScanAttrib share it, so that they agree on where a tag ends.
-struct Value {
-  const wchar_t* first;
-  const wchar_t* end;
-  const wchar_t* next;
-};
-
-inline Value ScanValue(const wchar_t* p, const wchar_t* blocksEnd, bool instruction) {
-  if (*p != L'"') p = SkipSpace(p);
-  if (*p == L'"' || *p == L'\'') {
-    const wchar_t* const end = ScanTo(p + 1, *p, blocksEnd);
-    return {p + 1, end, *end == 0 ? end : end + 1};
-  }
-  const wchar_t* end = p;
-  while (!IsSpace(*end) && !IsTagEnd(end, instruction)) ++end;
-  return {p, end, end};
-}
-
-}  // namespace
+using namespace markup_scan;
 
 bool TokenPos::EndsName(wchar_t c) {
   return IsNameEnd(c);
@@ -133,22 +21,23 @@ int TokenPos::StrNIACmp(const wchar_t* p1, const wchar_t* p2, int nLen) {
   return 0;
 }
 
-// The loops below compare a few characters, for which a call of the system library takes longer.
-inline bool TokenPos::BeginsName(const wchar_t* token, int length, const wchar_t* name) const {
+inline bool TokenPos::BeginsName(const wchar_t* name) const {
+  const wchar_t* const token = GetTokenPtr();
+  const int length = Length();
   if ((m_nTokenFlags & MDF_IGNORECASE) != 0) return StrNIACmp(token, name, length) == 0;
-  for (int i = 0; i < length; ++i) {
+  for (int i = 0; i < length; ++i) {  // a few, for which a call takes longer
     if (token[i] != name[i]) return false;
   }
   return true;
 }
 
 bool TokenPos::Match(const wchar_t* name) const {
-  return BeginsName(GetTokenPtr(), Length(), name) && MayFollowName(name[Length()]);
+  return BeginsName(name) && MayFollowName(name[Length()]);
 }
 
 // No character of the token ends a name, so this goes nowhere behind the name's end.
 bool TokenPos::MatchTag(const wchar_t* name) const {
-  if (!BeginsName(GetTokenPtr(), Length(), name)) return false;
+  if (!BeginsName(name)) return false;
   const wchar_t next = name[Length()];
   return IsNameEnd(next) || next == L'[' || next == L']';
 }
@@ -162,74 +51,6 @@ inline void TokenPos::ReadName() {
 void TokenPos::ReadTagName() {
   m_bInstruction = m_nNext > 0 && m_pDocText[m_nNext - 1] == L'?';
   ReadName();
-}
-
-// One attribute of a tag: its name, its value without quotes, where scanning goes on.
-struct TokenPos::Attrib {
-  const wchar_t* space;  // ahead of the name
-  const wchar_t* name;
-  const wchar_t* nameEnd;
-  Value value;
-};
-
-// The next attribute from p on; false at the tag's end, which is then name.
-inline bool TokenPos::ScanAttrib(const wchar_t* p, Attrib& attrib) const {
-  for (;;) {
-    attrib.space = p;
-    p = SkipSpace(p);
-    attrib.name = p;
-    if (IsTagEnd(p, m_bInstruction)) return false;
-    attrib.nameEnd = SkipName(p);
-    p = SkipSpace(attrib.nameEnd);
-    if (*p == L'=') {
-      attrib.value = ScanValue(p + 1, m_pBlocksEnd, m_bInstruction);
-      return true;
-    }
-    if (attrib.nameEnd == attrib.name) ++p;  // a stray character that no name can hold
-  }
-}
-
-inline bool TokenPos::TakeAttrib(bool found, const Attrib& attrib) {
-  const wchar_t* const first = found ? attrib.value.first : attrib.name;
-  m_nPreSpaceStart = static_cast<int>(attrib.space - m_pDocText);
-  m_nPreSpaceLength = static_cast<int>(attrib.name - attrib.space);
-  m_nL = static_cast<int>(first - m_pDocText);
-  m_nR = found ? static_cast<int>(attrib.value.end - m_pDocText) - 1 : m_nL - 1;
-  m_nNext = found ? static_cast<int>(attrib.value.next - m_pDocText) : m_nL;
-  return found;
-}
-
-bool TokenPos::NextAttrib(TokenPos* attribute) {
-  Attrib attrib;
-  const bool found = ScanAttrib(m_pDocText + m_nNext, attrib);
-  if (found && attribute != nullptr) {
-    attribute->m_nL = static_cast<int>(attrib.name - m_pDocText);
-    attribute->m_nR = static_cast<int>(attrib.nameEnd - m_pDocText) - 1;
-  }
-  return TakeAttrib(found, attrib);
-}
-
-inline bool TokenPos::LookUpAttrib(const wchar_t* name) {
-  Attrib attrib;
-  const wchar_t* p = m_pDocText + m_nNext;
-  while (ScanAttrib(p, attrib)) {
-    const int length = static_cast<int>(attrib.nameEnd - attrib.name);
-    if (BeginsName(attrib.name, length, name) && MayFollowName(name[length])) {
-      return TakeAttrib(true, attrib);
-    }
-    p = attrib.value.next;
-  }
-  return TakeAttrib(false, attrib);
-}
-
-bool TokenPos::FindAttrib(const wchar_t* name) {
-  return LookUpAttrib(name);
-}
-
-bool TokenPos::FindTagAttrib(const wchar_t* name) {
-  m_bInstruction = m_nNext > 0 && m_pDocText[m_nNext - 1] == L'?';
-  m_nNext = static_cast<int>(SkipName(m_pDocText + m_nNext) - m_pDocText);
-  return LookUpAttrib(name);
 }
 
 void TokenPos::CopyPiece() {

@@ -60,9 +60,6 @@ struct TokenPos {
   // is none: the token is then empty and stands at the end of the tag.
   bool FindAttrib(const wchar_t* name);
 
-  // ReadTagName, then FindAttrib.
-  bool FindTagAttrib(const wchar_t* name);
-
   // The name begins with the token and ends there or goes on with one of " =/[]".
   bool Match(const wchar_t* name) const;
   // The same for the name that begins at a place in a document and ends with its name characters.
@@ -108,13 +105,8 @@ struct TokenPos {
  private:
   enum : int { COPY_PIECE = 1 << 20 };
 
-  struct Attrib;
-
   void CopyPiece();
-  bool BeginsName(const wchar_t* token, int length, const wchar_t* name) const;
-  bool LookUpAttrib(const wchar_t* name);
-  bool ScanAttrib(const wchar_t* p, Attrib& attrib) const;
-  bool TakeAttrib(bool found, const Attrib& attrib);
+  bool BeginsName(const wchar_t* name) const;
   void ReadName();
   int EndNode(NodePos& node, int nNodeType, const wchar_t* end);
   int Unterminated(NodePos& node, const wchar_t* kind);

@@ -30,7 +30,9 @@ struct ElemPosTree {
   ~ElemPosTree() { Clear(); }
 
   int GetSize() const { return m_nSize; }
-  ElemPos& GetAt(int i) const { return m_pSegs[i >> SEG_BITS][i & (SEG_SIZE - 1)]; }
+  ElemPos& GetAt(int i) const {
+    return m_pSegs[static_cast<unsigned int>(i) >> SEG_BITS][i & (SEG_SIZE - 1)];
+  }
 
   // Grows to nNewSize positions, or to the end of the segment after the last one when that is
   // less. A size that is not larger changes nothing.

@@ -358,8 +358,16 @@ TEST(Markup, AttributesAreFoundInEveryForm) {
                      {L"one=", L"1"},  {L"on", L""},   {L"\x540d", L"v"}, {L"a", L""},
                      {L"two/x", L"2"}, {L"", L""},     {nullptr, L""},    {L"y", L""},
                      {L"x[1]", L"b"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(doc.GetAttrib(c.name), c.value) << (c.name != nullptr ? c.name : L"null");
+  for (const int flags : {0, int{MDF_IGNORECASE}}) {
+    doc.m_nDocFlags = flags;
+    for (const auto& c : cases) {
+      EXPECT_EQ(doc.GetAttrib(c.name), c.value) << (c.name != nullptr ? c.name : L"null");
+      TokenPos token(doc.GetDoc().c_str(), flags);
+      token.m_nNext = 1;
+      token.ReadTagName();
+      if (c.name != nullptr) token.FindAttrib(c.name);
+      EXPECT_EQ(token.GetTokenText(), c.name != nullptr ? c.value : L"a");
+    }
   }
 }
 
@@ -367,6 +375,18 @@ TEST(Markup, AttributeValuesAreUnescaped) {
   CMarkup doc(L"<a v='&lt;x&gt; &#65;&#x41; &nothing; &amp;amp;'/>");
   ASSERT_TRUE(doc.FindElem());
   EXPECT_EQ(doc.GetAttrib(L"v"), L"<x> AA &nothing; &amp;");
+}
+
+TEST(Markup, AReferenceIsFoundAtEveryPlaceOfAValue) {
+  for (size_t length = 0; length < 24; ++length) {
+    for (size_t at = 0; at <= length; ++at) {
+      const std::wstring ahead(at, L'v'), behind(length - at, L'w');
+      CMarkup doc(L"<a b='" + ahead + L"&lt;" + behind + L"'/>");
+      ASSERT_TRUE(doc.FindElem());
+      EXPECT_EQ(doc.GetAttrib(L"b"), ahead + L'<' + behind);
+      EXPECT_EQ(CMarkup::UnescapeText(ahead + L"&lt;" + behind), ahead + L'<' + behind);
+    }
+  }
 }
 
 TEST(Markup, StrayCharactersInATagHideNoAttribute) {
