@@ -24,6 +24,7 @@ DWORD CVelFile::OpenFile(LPCWSTR path, int bWrite, int bOpenAlways, int bCreateA
   if (path == nullptr || *path == L'\0') return ERROR_INVALID_PARAMETER;
   const CString wanted(path);  // the caller may have passed m_strFileName, which closing empties
   CloseFile();
+  m_dwFileID = 0;  // also when its service is gone and could not be told
   if (m_bEnable && ServerIsExists()) {
     const DWORD result = ServerOpenFile(wanted, bWrite, bOpenAlways, bCreateAlways, bWriteBom);
     m_strFileName = wanted;

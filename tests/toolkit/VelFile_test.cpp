@@ -253,6 +253,15 @@ TEST_F(LocalFile, ServiceDoesNotTakeOverWhileTheRouteIsOff) {
   EXPECT_TRUE(m_file.ServerIsExists());
 }
 
+TEST_F(LocalFile, OpeningLetsAServiceGoThatIsGone) {
+  m_file.m_dwFileID = 7;
+  EXPECT_EQ(m_file.OpenFile(kWideFile, 1, 1, 0, 0), 0u);
+  EXPECT_EQ(m_file.m_dwFileID, 0u);
+  DWORD length = 0;
+  EXPECT_EQ(WriteText(m_file, "abc", length), 1);
+  EXPECT_EQ(Slurp(kFile), "abc");
+}
+
 TEST_F(LocalFile, TakesOverWhileTheServiceIsAway) {
   m_file.m_bEnable = 1;
   EXPECT_FALSE(m_file.ServerIsExists());
