@@ -25,7 +25,15 @@ class CVelStringT : public IVelStringT<C> {
  public:
   CVelStringT() { CVelStringT::Empty(); }
   CVelStringT(const C* pStr) : CVelStringT() { CVelStringT::AddString(pStr); }  // NOLINT: converts
-  CVelStringT(const CVelStringT& other) : m_smString(other.m_smString) { Settle(); }
+
+  // Takes the text alone: `other` may have been made on another heap.
+  CVelStringT(const CVelStringT& other) {
+    const C* const text = other;
+    const size_t length = text == nullptr ? 0 : std::char_traits<C>::length(text);
+    if (length > 0 && length < UINT32_MAX / sizeof(C))
+      m_smString.SetBuffer(text, static_cast<unsigned int>((length + 1) * sizeof(C)));
+    Settle();
+  }
 
   // Leaves `other` without a text until it is assigned one.
   CVelStringT(CVelStringT&& other) noexcept : m_smString(std::move(other.m_smString)) {

@@ -115,6 +115,20 @@ TEST_BOTH(CopiesOwnTheirText) {
   ExpectText(emptyCopy, "");
 }
 
+// As a record of a device library with a heap of its own is.
+TEST_BOTH(CopiesTakeTheTextOfABlockFromAnotherHeap) {
+  struct {
+    unsigned long before[2];  // where the process heap would have its size
+    C text[8];
+  } foreign = {{~0ul, ~0ul}, {'a', 'b', 'c', 0}};
+  CVelStringT<C> s;
+  s.m_smString.Free();
+  s.m_smString.m_pBuffer = foreign.text;
+  CVelStringT<C> copy(s);
+  s.m_smString.m_pBuffer = nullptr;
+  ExpectText(copy, "abc");
+}
+
 TEST_BOTH(MovingTakesTheBlockAndTheOtherMayBeUsedAgain) {
   CVelStringT<C> s(T("abc").c_str());
   const C* const block = s;
