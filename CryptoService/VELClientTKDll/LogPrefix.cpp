@@ -1,6 +1,7 @@
 #include "LogPrefix.h"
 
 #include <pthread.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <iterator>
@@ -8,6 +9,15 @@
 namespace {
 
 pthread_mutex_t g_timeLock = PTHREAD_MUTEX_INITIALIZER;
+time_t g_zoneRead = -1;  // the second in which the zone was read; guarded by g_timeLock
+
+// Hosts run for weeks, and their zone may change. Where the environment does not name it, its file
+// is looked at, which is dear, so once a second.
+void ReadZone(time_t now) {
+  if (getenv("TZ") == nullptr && now == g_zoneRead) return;
+  tzset();
+  g_zoneRead = now;
+}
 
 // Fills an array with text and decimal numbers and cuts what does not fit. The formatter of the
 // system library takes as long for a prefix as all the rest of a line does.
@@ -68,7 +78,9 @@ bool FormatLogPrefix(LogPrefix& out, LPCTSTR srcFile, LPCTSTR function, DWORD li
 
 bool ReadLogTime(timeval& now, tm& local) {
   HoldLogTime();
-  const bool read = gettimeofday(&now, nullptr) == 0 && localtime_r(&now.tv_sec, &local) != nullptr;
+  bool read = gettimeofday(&now, nullptr) == 0;
+  if (read) ReadZone(now.tv_sec);
+  read = read && localtime_r(&now.tv_sec, &local) != nullptr;
   ReleaseLogTime();
   return read;
 }

@@ -19,6 +19,12 @@ const char kTraceFile[] = "/tmp/pipe.log";
 const size_t kLogCharacters = 4096;
 const size_t kTraceBytes = 1024;
 
+// In the zone of now: hosts run for weeks, and localtime_r alone never looks again.
+bool LocalTime(time_t now, tm& local) {
+  tzset();
+  return localtime_r(&now, &local) != nullptr;
+}
+
 class ErrnoKeeper {
  public:
   ErrnoKeeper() : m_errno(errno) {}
@@ -37,9 +43,7 @@ void WriteDateAndProcess(FILE* file) {
   const time_t now = time(nullptr);
   tm local = {};
   char date[128] = {};
-  if (localtime_r(&now, &local) != nullptr) {
-    strftime(date, sizeof(date), "%d/%b/%Y:%H:%M:%S %Z", &local);
-  }
+  if (LocalTime(now, local)) strftime(date, sizeof(date), "%d/%b/%Y:%H:%M:%S %Z", &local);
   // The d behind the thread number is no conversion; those who read these files know it there.
   fprintf(file, "[%s] [%d %ud]", date, getpid(), static_cast<unsigned>(pthread_self()));
 }
@@ -94,7 +98,7 @@ void pv_logEx(const char* format, ...) {
   if (file == nullptr) return;
   timeval now = {};
   tm local = {};
-  if (gettimeofday(&now, nullptr) != 0 || localtime_r(&now.tv_sec, &local) == nullptr) {
+  if (gettimeofday(&now, nullptr) != 0 || !LocalTime(now.tv_sec, local)) {
     fclose(file);
     return;
   }

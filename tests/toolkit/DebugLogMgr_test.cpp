@@ -176,6 +176,26 @@ TEST_F(DebugLogMgr, EmptyOrNullFunctionIsLeftOut) {
                           EndsWith(" [a.cpp-f(7)]: named")));
 }
 
+TEST_F(DebugLogMgr, ChangedZoneIsThatOfTheNextLine) {
+  Log();
+  for (const char* zone : {"FAR-5", "UTC0"}) {
+    setenv("TZ", zone, 1);
+    Say(Log(), L"m");
+  }
+  setenv("TZ", "UTC", 1);
+  time_t written[2] = {};
+  const std::vector<std::string> lines = AwaitLines(kLog, 2);
+  ASSERT_EQ(lines.size(), 2u);
+  for (size_t i = 0; i < 2; ++i) {
+    tm parts = {};
+    const size_t date = lines[i].find("] [20");
+    ASSERT_NE(date, std::string::npos);
+    ASSERT_NE(strptime(&lines[i][date], "] [%Y-%m-%d %H:%M:%S", &parts), nullptr);
+    written[i] = timegm(&parts);
+  }
+  EXPECT_NEAR(difftime(written[0], written[1]), 5 * 3600, 60);
+}
+
 TEST_F(DebugLogMgr, SecondsAreFollowedByMicroseconds) {
   Say(Log(), L"m");
   usleep(2000);  // one of the two is not in the first millisecond of its second

@@ -77,6 +77,28 @@ TEST_F(WriteLog, DateIsNow) {
   EXPECT_LE(written, after);
 }
 
+TEST_F(WriteLog, ChangedZoneIsThatOfTheNextLine) {
+  Spill(kMarker, "");
+  for (const char* zone : {"FAR-5", "UTC0"}) {
+    setenv("TZ", zone, 1);
+    pv_log(0, L"x");
+    pv_logEx("x");
+  }
+  setenv("TZ", "UTC", 1);
+  const std::string dates = Slurp(kLog), trace = Slurp(kTrace);
+  tm first = {}, second = {};
+  ASSERT_NE(strptime(dates.c_str(), "[%d/%b/%Y:%H:%M:%S FAR]", &first), nullptr);
+  ASSERT_NE(strptime(dates.c_str() + dates.find('\n') + 1, "[%d/%b/%Y:%H:%M:%S UTC]", &second),
+            nullptr);
+  EXPECT_NEAR(difftime(timegm(&first), timegm(&second)), 5 * 3600, 60);
+  const auto traced = [&](size_t at, tm& out) {
+    const size_t date = trace.find("] [20", at);
+    return date != std::string::npos && strptime(&trace[date], "] [%Y-%m-%d %H:%M:%S", &out);
+  };
+  ASSERT_TRUE(traced(0, first) && traced(trace.find('\n'), second)) << trace;
+  EXPECT_NEAR(difftime(timegm(&first), timegm(&second)), 5 * 3600, 60);
+}
+
 TEST_F(WriteLog, LevelsHaveTheseNames) {
   const struct {
     int level;
