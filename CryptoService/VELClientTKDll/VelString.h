@@ -26,9 +26,10 @@ class CVelStringT : public IVelStringT<C> {
   CVelStringT() { CVelStringT::Empty(); }
   CVelStringT(const C* pStr) : CVelStringT() { CVelStringT::AddString(pStr); }  // NOLINT: converts
 
-  // Takes the text alone: `other` may have been made on another heap.
-  CVelStringT(const CVelStringT& other) {
-    const C* const text = other;
+  // Takes the text alone, read by the layout: `other` may have been made on another heap and have
+  // tables of its own.
+  CVelStringT(const CVelStringT& other) : IVelStringT<C>() {
+    const C* const text = static_cast<const C*>(other.m_smString.m_pBuffer);
     const size_t length = text == nullptr ? 0 : std::char_traits<C>::length(text);
     if (length > 0 && length < UINT32_MAX / sizeof(C))
       m_smString.SetBuffer(text, static_cast<unsigned int>((length + 1) * sizeof(C)));

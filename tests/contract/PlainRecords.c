@@ -10,7 +10,6 @@
 void* GetProcessHeap(void);
 void* HeapAlloc(void* heap, unsigned long flags, size_t size);
 int HeapFree(void* heap, unsigned long flags, void* block);
-size_t HeapSize(void* heap, unsigned long flags, const void* block);
 
 static char transcript[16384];
 static size_t transcript_length;
@@ -65,9 +64,8 @@ static void PutPointer(void* record, int offset, const void* pointer) {
   memcpy((char*)record + offset, &pointer, sizeof(pointer));
 }
 
-/* A string object: table, text, then the buffer object: table, block. Readers may ask the buffer
- * for its address and size; everything else is not theirs to call on a record that they are given.
- */
+/* A string object: table, text, then the buffer object: table, block. Whoever is given a record
+ * reads it by these offsets; no operation of it is theirs to call. */
 enum { STRING_TEXT = 8, STRING_BUFFER = 16, BUFFER_BLOCK = 8 };
 
 static void NotForReaders(void) {
@@ -75,27 +73,10 @@ static void NotForReaders(void) {
   abort();
 }
 
-static uint32_t BufferGetSize(void* buffer) {
-  return (uint32_t)HeapSize(GetProcessHeap(), 0, GetPointer(buffer, BUFFER_BLOCK));
-}
-
-static void* BufferGetAddress(void* buffer) {
-  return GetPointer(buffer, BUFFER_BLOCK);
-}
-
-static const Slot buffer_table[2 + 11] = {NULL,
-                                          NULL,                   /* offset, type */
-                                          NotForReaders,          /* Alloc */
-                                          NotForReaders,          /* ReAlloc */
-                                          NotForReaders,          /* Free */
-                                          NotForReaders,          /* AppendBuffer */
-                                          NotForReaders,          /* SetBuffer */
-                                          NotForReaders,          /* GetBuffer */
-                                          (Slot)BufferGetSize,    /* GetSize */
-                                          (Slot)BufferGetAddress, /* GetAddress */
-                                          (Slot)BufferGetAddress, /* GetBytes */
-                                          NotForReaders,
-                                          NotForReaders}; /* destructors */
+static const Slot buffer_table[2 + 11] = {
+    NULL,          NULL, /* offset, type */
+    NotForReaders, NotForReaders, NotForReaders, NotForReaders, NotForReaders, NotForReaders,
+    NotForReaders, NotForReaders, NotForReaders, NotForReaders, NotForReaders};
 
 static const Slot string_table[2 + 2] = {NULL, NULL, NotForReaders /* AddString */,
                                          NotForReaders /* Empty */};
