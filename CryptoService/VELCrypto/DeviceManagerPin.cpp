@@ -18,7 +18,10 @@ ULONG DeviceManager::KeyPinCodeHandleByCertSN(VEL_PIN_CODE_OPER_TYPE operation, 
     const Outcome outcome = FindBySerial(pCertSN, &found);
     if (!outcome.ok()) return outcome;
     device = found.device();
-    return NotePinState(found, HandlePin(operation, &found, Secret(pPin), Secret(pNewPin)), pInfo);
+    const Outcome result = HandlePin(operation, &found, Secret(pPin), Secret(pNewPin));
+    // Who has logged in or out has no question about the PIN, and a token takes time to answer.
+    const bool isDone = result.ok() && operation != VEL_PIN_CODE_OPER_TYPE_GET_PIN_INFO;
+    return isDone ? result : NotePinState(found, result, pInfo);
   });
 }
 

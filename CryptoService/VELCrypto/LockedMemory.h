@@ -1,5 +1,5 @@
 #pragma once
-// Memory for what must not leave the process: pages of its own that are never swapped, never part
+// Memory for what must not leave the process: in pages of their own that are never swapped, never part
 // of a core dump, empty in a forked child, and wiped before they go.
 #include <cstddef>
 

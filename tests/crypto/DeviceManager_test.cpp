@@ -186,6 +186,10 @@ TEST_F(DeviceManager, PinInformationTellsLengthsAndTries) {
   EXPECT_EQ(info.PinMaxLen, 64);
   EXPECT_EQ(info.MaxRetryCount, 10);
   EXPECT_EQ(info.RemainRetryCount, 9);
+  info = {};
+  ASSERT_EQ(Pin(VEL_PIN_CODE_OPER_TYPE_GET_PIN_INFO, "0A1B", nullptr, nullptr, &info), 0u);
+  EXPECT_EQ(info.PinMaxLen, 64);
+  EXPECT_EQ(info.RemainRetryCount, 9);
 }
 
 TEST_F(DeviceManager, SerialNumbersOfPinOperationsIgnoreCaseAndLeadingZeros) {

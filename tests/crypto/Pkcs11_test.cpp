@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <thread>
 
 #include "FakePkcs11.h"
@@ -426,11 +427,8 @@ TEST_F(Pkcs11, APinOfImpossibleLengthIsNotShownToTheToken) {
 TEST_F(Pkcs11, ATokenThatTellsNoLengthsGetsEveryPin) {
   fakep11::Token token = TokenWith(PairOf(Rsa()));
   token.minPin = 0;
+  token.maxPin = 0;
   PlugIn(token);
-  fakep11::Change("token", [](fakep11::Token& changed) {
-    changed.minPin = 0;
-    changed.maxPin = 0;
-  });
   EXPECT_EQ(LogIn(), 0xE0000059u) << "the token's own word";
   EXPECT_EQ(fakep11::Calls("C_Login"), 1u);
 }
@@ -549,7 +547,7 @@ TEST_F(Pkcs11, AnotherTokenInTheSlotGetsNoPin) {
 }
 
 TEST_F(Pkcs11, ATokenPulledOutAtAnyCallOfASignatureIsAnErrorAndNothingWorse) {
-  for (const char* function : {"C_GetTokenInfo", "C_Login", "C_FindObjectsInit", "C_FindObjects",
+  for (const char* function : {"C_GetSessionInfo", "C_Login", "C_FindObjectsInit", "C_FindObjects",
                                "C_GetAttributeValue", "C_SignInit", "C_Sign", "C_Logout"}) {
     fakep11::Reset();
     Open(std::chrono::minutes(5));
@@ -594,6 +592,7 @@ TEST_F(Pkcs11, ATokenThatFailsForAMomentIsAskedAgain) {
   fakep11::Add(Returns("C_GetTokenInfo", CKR_DEVICE_ERROR, 1));
   ASSERT_EQ(List(), 0u);
   EXPECT_EQ(m_identities.size(), 1u);
+  Open(std::chrono::minutes(5));
   fakep11::Add(Returns("C_GetTokenInfo", CKR_DEVICE_ERROR));
   ASSERT_EQ(List(), 0u);
   ASSERT_EQ(m_skipped.size(), 1u);
@@ -774,6 +773,68 @@ TEST_F(Pkcs11, ASignatureWhileLoggedInTakesThreeCalls) {
   const unsigned before = fakep11::AllCalls();
   ASSERT_TRUE(Sign().ok());
   EXPECT_EQ(fakep11::AllCalls() - before, 3u) << "session, C_SignInit, C_Sign";
+}
+
+TEST_F(Pkcs11, AListingThatFindsEverythingAsBeforeAsksForNothingElse) {
+  fakep11::Plug(TokenWith(PairOf(Rsa()), "first", "1"));
+  fakep11::Plug(TokenWith(PairOf(Sm2()), "second", "2"));
+  ASSERT_EQ(List(), 0u);
+  const std::vector<IdentityPtr> before = m_identities;
+  const unsigned calls = fakep11::AllCalls(), infos = fakep11::Calls("C_GetTokenInfo");
+  ASSERT_EQ(List(), 0u);
+  EXPECT_EQ(m_identities, before);
+  EXPECT_EQ(fakep11::Calls("C_GetTokenInfo"), infos);
+  EXPECT_EQ(fakep11::AllCalls() - calls, 2u + 2 * 5) << "slots; session and objects of each token";
+}
+
+TEST_F(Pkcs11, ASignatureAfterALoginReadsNoAttributesOnceTheKeyIsKnown) {
+  PlugIn(TokenWith(PairOf(Rsa())));
+  for (const unsigned calls : {12u, 10u}) {
+    const unsigned before = fakep11::AllCalls();
+    ASSERT_EQ(LogIn(), 0u);
+    ASSERT_TRUE(Sign().ok());
+    EXPECT_TRUE(Holds());
+    ASSERT_TRUE(m_backend->LogOut(*m_identity).ok());
+    EXPECT_LE(fakep11::AllCalls() - before, calls);
+  }
+  EXPECT_EQ(fakep11::Calls("C_GetTokenInfo"), 2u) << "of the listing";
+}
+
+TEST_F(Pkcs11, ATokenIsAskedForItsTriesAgainWhenWrongPinsWereGiven) {
+  PlugIn(TokenWith(PairOf(Rsa())));
+  ASSERT_EQ(LogIn("87654321"), 0xE0000056u);
+  fakep11::Change("token", [](fakep11::Token& token) { token.triesLeft = 0; });
+  const unsigned before = fakep11::Calls("C_Login");
+  EXPECT_EQ(LogIn(), 0xE0000057u) << "another process has locked it";
+  EXPECT_EQ(fakep11::Calls("C_Login"), before);
+  fakep11::Change("token", [](fakep11::Token& token) { token.triesLeft = 3; });
+  EXPECT_EQ(LogIn(), 0u) << "and somebody has unlocked it";
+}
+
+TEST_F(Pkcs11, AKeyThatHasGoneIsNotTakenForTheOneThatWas) {
+  PlugIn(TokenWith(PairOf(Rsa())));
+  ASSERT_TRUE(Sign(kPin).ok());
+  fakep11::Change("token", [](fakep11::Token& token) { token.objects.pop_back(); });
+  EXPECT_EQ(Sign(kPin).code, 0xE000002Cu);
+  EXPECT_EQ(Sign(kPin).code, 0xE000002Cu);
+}
+
+TEST_F(Pkcs11, TheThreadOfListingsEndsWithTheLastObject) {
+  const auto threads = [] {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+  };
+  PlugIn(TokenWith(PairOf(Rsa())));
+  const auto with = threads();
+  ASSERT_EQ(List(), 0u);
+  EXPECT_EQ(threads(), with) << "one for all listings";
+  m_backend->Close();
+  // A thread that was joined may be shown for a moment.
+  for (int i = 0; i < 3000 && threads() != with - 1; ++i) usleep(10000);
+  EXPECT_EQ(threads(), with - 1);
+  ASSERT_EQ(List(), 0u);
+  EXPECT_EQ(m_identities.size(), 1u);
+  EXPECT_EQ(threads(), with);
 }
 
 TEST_F(Pkcs11, ManyThreadsSignAndListAtOnce) {

@@ -1,6 +1,8 @@
 #include "Secret.h"
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <fstream>
@@ -53,6 +55,45 @@ TEST(Secret, LivesInPagesThatAreLockedAndNotDumped) {
 #endif
   EXPECT_THAT(flags, testing::HasSubstr(" dd"));
   EXPECT_THAT(flags, testing::HasSubstr(" wf"));
+}
+
+TEST(Secret, ManyAtOnceAreAllLockedAndApart) {
+  std::vector<Secret> secrets;
+  for (int i = 0; i < 100; ++i) secrets.emplace_back(std::to_string(10000000 + i).c_str());
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(secrets[i].c_str(), std::to_string(10000000 + i));
+    EXPECT_THAT(FlagsOf(secrets[i].c_str()), testing::HasSubstr(" dd"));
+  }
+}
+
+TEST(Secret, WhatOneLeavesIsWipedBeforeTheNext) {
+  const char* first = nullptr;
+  {
+    const Secret secret("12345678");
+    first = secret.c_str();
+  }
+  const Secret next("1");
+  ASSERT_EQ(next.c_str(), first) << "the same place";
+  EXPECT_EQ(std::string(first, 8), std::string("1\0\0\0\0\0\0\0", 8));
+}
+
+TEST(Secret, AForkedChildHasNoneOfItsParentsAndLocksItsOwn) {
+  const Secret secret("12345678");
+  const pid_t child = fork();
+  if (child == 0) {
+    const Secret own("87654321");
+    const bool locked = FlagsOf(own.c_str()).find(" lo") != std::string::npos;
+    _exit((secret.c_str()[0] == '\0' ? 1 : 0) + (own.c_str() != std::string("87654321") ? 4 : 0) +
+          (locked ? 2 : 0));
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)  // they make mlock do nothing
+  EXPECT_EQ(WEXITSTATUS(status) & ~2, 1);
+#else
+  EXPECT_EQ(WEXITSTATUS(status), 3);
+#endif
+  EXPECT_STREQ(secret.c_str(), "12345678");
 }
 
 TEST(Secret, LongOnesHaveRoom) {

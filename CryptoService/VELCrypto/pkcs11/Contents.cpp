@@ -211,12 +211,23 @@ void Contents::MakeIdentities(const Seen& seen, const TokenNames& names,
   }
 }
 
+CK_RV Contents::FindAll(const SessionHandle& session, Handles* handles) {
+  const CK_RV result = FindObjects(session, Template(), handles);
+  std::sort(handles->begin(), handles->end());
+  return result;
+}
+
+bool Contents::AreSame(const SessionHandle& session, bool loggedIn) const {
+  Handles handles;
+  return loggedIn == m_loggedIn && FindAll(session, &handles) == CKR_OK && !handles.empty() &&
+         handles == m_handles;
+}
+
 CK_RV Contents::Refresh(const SessionHandle& session, bool loggedIn, const TokenNames& names,
                         const std::shared_ptr<Token>& token) {
-  std::vector<CK_OBJECT_HANDLE> handles;
-  CK_RV result = FindObjects(session, Template(), &handles);
+  Handles handles;
+  CK_RV result = FindAll(session, &handles);
   if (result != CKR_OK) return result;
-  std::sort(handles.begin(), handles.end());
   if (!handles.empty() && handles == m_handles && loggedIn == m_loggedIn) return CKR_OK;
   m_handles.clear();
   Seen seen;

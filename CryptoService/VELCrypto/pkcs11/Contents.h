@@ -17,7 +17,7 @@ class Token;
 // What a listing hands out. The key is looked for when it is used: handles do not last.
 struct TokenIdentity : Identity {
   std::weak_ptr<Token> token;  // lives as long as the backend
-  Bytes keyId;  // CKA_ID of the certificate
+  Bytes keyId;                 // CKA_ID of the certificate
 };
 
 // How the token is called in the listing.
@@ -34,6 +34,9 @@ const std::vector<CK_ATTRIBUTE_TYPE>& KeyAttributes();
 
 class Contents {
  public:
+  // Whether the session still sees the objects that the last Refresh saw, and at least one.
+  bool AreSame(const SessionHandle& session, bool loggedIn) const;
+
   // Looks at the objects that the session sees. `loggedIn` tells that it sees private ones.
   CK_RV Refresh(const SessionHandle& session, bool loggedIn, const TokenNames& names,
                 const std::shared_ptr<Token>& token);
@@ -69,6 +72,9 @@ class Contents {
     bool loggedIn = false;
   };
 
+  using Handles = std::vector<CK_OBJECT_HANDLE>;
+
+  static CK_RV FindAll(const SessionHandle& session, Handles* handles);  // sorted
   CK_RV Read(const SessionHandle& session, Seen* seen);
   CK_RV ReadCertificates(const SessionHandle& session, std::vector<Certificate>* certificates);
   Outcome Parse(Certificate* certificate) const;
@@ -78,7 +84,7 @@ class Contents {
   void MakeIdentities(const Seen& seen, const TokenNames& names,
                       const std::shared_ptr<Token>& token);
 
-  std::vector<CK_OBJECT_HANDLE> m_handles;  // of all objects; of the last reading
+  Handles m_handles;  // of all objects; of the last reading
   bool m_loggedIn = false;
   std::map<Bytes, CertFactsPtr> m_facts;   // by the DER form
   std::map<std::string, bool> m_keyKnown;  // by the certificate's unique id

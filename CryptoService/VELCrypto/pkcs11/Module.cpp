@@ -5,6 +5,7 @@
 #include <openssl/crypto.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <thread>
 #include <utility>
@@ -37,13 +38,25 @@ void* OpenNamed(const std::string& name) {
 
 }  // namespace
 
+// Modules stay mapped, so what a name stood for it stands for until the process ends. A list that
+// only grows at its head needs no lock, which a forked child might find locked.
 std::string Module::Resolve(const std::string& name) {
+  struct Resolved {
+    std::string name, path;
+    const Resolved* next;
+  };
+  static std::atomic<const Resolved*> all{nullptr};
+  for (const Resolved* each = all; each != nullptr; each = each->next) {
+    if (each->name == name) return each->path;
+  }
   void* const opened = OpenNamed(name);
   const link_map* map = nullptr;
   if (opened == nullptr || dlinfo(opened, RTLD_DI_LINKMAP, &map) != 0) return name;
-  std::string path = map->l_name;
+  auto* const resolved = new Resolved{name, map->l_name, all};
+  while (!all.compare_exchange_weak(resolved->next, resolved)) {
+  }
   dlclose(opened);
-  return path;
+  return resolved->path;
 }
 
 std::shared_ptr<Module> Module::Load(const std::string& name, Outcome* outcome) {

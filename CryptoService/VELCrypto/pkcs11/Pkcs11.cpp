@@ -57,6 +57,7 @@ class Pkcs11 : public Backend {
     if (m_watch.IsStuck()) return;
     const auto use = m_module->Use();
     m_tokens->Close();
+    m_watch.Rest();
   }
 
  private:

@@ -72,16 +72,14 @@ std::string Token::KeyOf(const CK_TOKEN_INFO& info) {
          FieldText(info.serialNumber) + "/" + FieldText(info.label);
 }
 
-std::string Token::SortingNameOf(const CK_TOKEN_INFO& info) {
-  return FieldText(info.label) + '\n' + FieldText(info.serialNumber) + '\n';
-}
-
 Token::Token(std::shared_ptr<Module> module, CK_SLOT_ID slot, const CK_TOKEN_INFO& info,
              unsigned ordinal)
     : m_module(std::move(module)),
       m_key(KeyOf(info)),
       m_ordinal(ordinal),
       m_name(ordinal == 0 ? m_key : m_key + "#" + std::to_string(ordinal)),
+      m_sortingName(FieldText(info.label) + '\n' + FieldText(info.serialNumber) + '\n' +
+                    std::to_string(ordinal)),
       m_slot(slot),
       m_info(info) {}
 
@@ -103,17 +101,19 @@ void Token::EndLogin() {
 
 void Token::DropSession() {
   if (m_session != CK_INVALID_HANDLE) m_module->Call(&CK_FUNCTION_LIST::C_CloseSession, m_session);
+  LoseSession();
+}
+
+void Token::LoseSession() {
   m_session = CK_INVALID_HANDLE;
+  m_ways.clear();
   m_contents.Forget();
   EndLogin();
 }
 
 void Token::Forget() {
   Lock lock;
-  if (!Take(&lock).ok()) return;
-  m_session = CK_INVALID_HANDLE;
-  m_contents.Forget();
-  EndLogin();
+  if (Take(&lock).ok()) LoseSession();
 }
 
 // The token may have come back in another slot, and another token in its own.
@@ -138,17 +138,19 @@ Outcome Token::FindSlot() {
   return {kDeviceNotPresent, here.native, "the token is not plugged in"};
 }
 
+bool Token::SessionStands() {
+  if (m_session == CK_INVALID_HANDLE) return false;
+  CK_SESSION_INFO info = {};
+  const CK_RV result = m_module->Call(&CK_FUNCTION_LIST::C_GetSessionInfo, m_session, &info);
+  if (result != CKR_OK) return false;
+  if (m_loggedIn && !IsLoggedInState(info.state)) EndLogin();
+  return true;
+}
+
 // Makes sure of a session that is good now. No PIN is sent before, so none is sent twice.
 Outcome Token::Ready() {
-  if (m_session != CK_INVALID_HANDLE) {
-    CK_SESSION_INFO info = {};
-    const CK_RV result = m_module->Call(&CK_FUNCTION_LIST::C_GetSessionInfo, m_session, &info);
-    if (result == CKR_OK) {
-      if (m_loggedIn && !IsLoggedInState(info.state)) EndLogin();
-      return kOk;
-    }
-    DropSession();
-  }
+  if (SessionStands()) return kOk;
+  DropSession();
   const Outcome outcome = FindSlot();
   if (!outcome.ok()) return outcome;
   const CK_RV result =
@@ -158,7 +160,6 @@ Outcome Token::Ready() {
   return CryptokiOutcome("C_OpenSession", result);
 }
 
-// Right before a PIN is sent: it must not reach another token.
 Outcome Token::RefreshInfo() {
   CK_TOKEN_INFO info;
   if (m_module->ReadToken(m_slot, &info).ok() && KeyOf(info) == m_key) {
@@ -167,6 +168,13 @@ Outcome Token::RefreshInfo() {
   }
   DropSession();
   return Ready();
+}
+
+// Right before a PIN is sent. The session stands, so the PIN reaches the token that it is for;
+// whether it may be tried has to be asked only when wrong ones were.
+Outcome Token::RefreshTries() {
+  const CK_FLAGS warnings = CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED;
+  return m_wrongPinGiven || Has(warnings) ? RefreshInfo() : kOk;
 }
 
 Outcome Token::Look(CK_SLOT_ID slot, const CK_TOKEN_INFO& info) {
@@ -184,6 +192,18 @@ Outcome Token::Look(CK_SLOT_ID slot, const CK_TOKEN_INFO& info) {
     if (!IsStale(result)) break;
   }
   return CryptokiOutcome("C_FindObjects", result);
+}
+
+bool Token::ListUnchanged(CK_SLOT_ID slot, std::vector<IdentityPtr>* identities,
+                          std::vector<Skipped>* skipped) {
+  const Lock lock(m_mutex, std::chrono::seconds(0));
+  if (!lock.owns_lock() || slot != m_slot || !SessionStands() ||
+      !m_contents.AreSame({m_module.get(), m_session}, m_loggedIn)) {
+    return false;
+  }
+  *identities = m_contents.identities();
+  *skipped = m_contents.skipped();
+  return true;
 }
 
 Outcome Token::List(CK_SLOT_ID slot, const CK_TOKEN_INFO& info,
@@ -232,7 +252,7 @@ Outcome Token::AfterPin(const char* call, CK_RV result) {
 // The module counts a login for the whole process, whoever made it, and a second one is accepted
 // without a look at the PIN. So an old login ends first: the PIN has to be checked.
 Outcome Token::LogInNow(const Secret& pin) {
-  Outcome outcome = RefreshInfo();
+  Outcome outcome = RefreshTries();
   if (outcome.ok()) outcome = CheckPin(pin);
   if (!outcome.ok()) return outcome;
   if (Has(CKF_USER_PIN_LOCKED)) return {kPinLocked, 0, "the token says that its PIN is locked"};
@@ -319,14 +339,29 @@ Outcome Token::GetPinState(PinState* state) {
   return kOk;
 }
 
+// Logins change handles, but not what leads to them. Another key that has taken the place would be
+// known by its signature.
+bool Token::FindKeyAgain(const std::string& certificateId, Key* key) {
+  const auto way = m_ways.find(certificateId);
+  if (way == m_ways.end()) return false;
+  std::vector<CK_OBJECT_HANDLE> handles;
+  const CK_RV result = FindObjects({m_module.get(), m_session}, way->second.wanted, &handles);
+  if (result != CKR_OK || handles.size() != 1) return false;
+  *key = {handles[0], way->second.asksEachTime};
+  m_keys[certificateId] = *key;
+  return true;
+}
+
 Outcome Token::FindKey(const Identity& identity, const Bytes& keyId, Key* key) {
   const auto known = m_keys.find(IdOf(identity));
   if (known != m_keys.end()) {
     *key = known->second;
     return kOk;
   }
+  if (FindKeyAgain(IdOf(identity), key)) return kOk;
   const SessionHandle session = {m_module.get(), m_session};
   const Bytes modulus = ModulusOf(identity.facts->parsed.get());
+  const Template anyKey = Template().Add(CKA_CLASS, CKO_PRIVATE_KEY);
   const auto search = [&](const Template& wanted, bool sameId) -> Outcome {
     std::vector<CK_OBJECT_HANDLE> handles;
     CK_RV result = FindObjects(session, wanted, &handles);
@@ -341,12 +376,11 @@ Outcome Token::FindKey(const Identity& identity, const Bytes& keyId, Key* key) {
       *key = {handle, TruthOf(values, CKA_ALWAYS_AUTHENTICATE)};
       m_keys[IdOf(identity)] = *key;
       m_contents.NoteKey(IdOf(identity), true);
+      if (handles.size() == 1) m_ways[IdOf(identity)] = {wanted, key->asksEachTime};
       return kOk;
     }
     return {kKeyNotFound, 0, "the token has no private key of this certificate"};
   };
-  Template anyKey;
-  anyKey.Add(CKA_CLASS, CKO_PRIVATE_KEY);
   Outcome outcome = kKeyNotFound;
   if (!keyId.empty()) outcome = search(Template(anyKey).Add(CKA_ID, keyId), true);
   if (outcome.code == kKeyNotFound) outcome = search(anyKey, false);

@@ -19,7 +19,22 @@ std::shared_ptr<Token> Tokens::TokenFor(CK_SLOT_ID slot, const CK_TOKEN_INFO& in
   return token;
 }
 
+// Of tokens that are alike in everything only the first: which is the first is found out by
+// counting.
+bool Tokens::IsAsBefore(CK_SLOT_ID slot, Pass* pass) {
+  for (const std::shared_ptr<Token>& token : All()) {
+    if (token->ordinal() != 0) continue;
+    Found found;
+    if (!token->ListUnchanged(slot, &found.identities, &found.skipped)) continue;
+    ++pass->alike[token->key()];
+    pass->byName[token->sortingName()] = std::move(found);
+    return true;
+  }
+  return false;
+}
+
 void Tokens::LookAt(CK_SLOT_ID slot, Pass* pass) {
+  if (IsAsBefore(slot, pass)) return;
   CK_TOKEN_INFO info = {};
   Outcome outcome = m_module->ReadToken(slot, &info);
   const std::string device = m_module->name() + ", slot " + std::to_string(slot);
@@ -30,7 +45,7 @@ void Tokens::LookAt(CK_SLOT_ID slot, Pass* pass) {
   if ((info.flags & CKF_TOKEN_INITIALIZED) == 0) return;
   const unsigned ordinal = pass->alike[Token::KeyOf(info)]++;
   const std::shared_ptr<Token> token = TokenFor(slot, info, ordinal);
-  Found& found = pass->byName[Token::SortingNameOf(info) + std::to_string(ordinal)];
+  Found& found = pass->byName[token->sortingName()];
   outcome = token->List(slot, info, &found.identities, &found.skipped);
   if (!outcome.ok()) pass->unreadable.push_back({device, outcome});
 }

@@ -37,6 +37,7 @@ class Tokens {
 
   Outcome LookOnce(Pass* pass);
   void LookAt(CK_SLOT_ID slot, Pass* pass);
+  bool IsAsBefore(CK_SLOT_ID slot, Pass* pass);
   std::shared_ptr<Token> TokenFor(CK_SLOT_ID slot, const CK_TOKEN_INFO& info, unsigned ordinal);
   bool IsSuspicious(const Pass& pass) const;
   bool FindsTokensOnlyWhenStarted(const Pass& pass) const;

@@ -3,14 +3,13 @@
 #include <signal.h>
 
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "../Object.h"
 
 namespace velcrypto {
 
-thread_local Watch::Task* Watch::t_task = nullptr;
+thread_local Watch::Desk* Watch::t_desk = nullptr;
 
 namespace {
 
@@ -33,77 +32,93 @@ class SignalsBlocked {
 }  // namespace
 
 void Watch::CallBegins() {
-  if (t_task == nullptr) return;
-  const std::lock_guard<std::mutex> lock(t_task->mutex);
-  t_task->lastCall = Clock::now();
+  if (t_desk != nullptr) t_desk->lastCall = Clock::now();
 }
 
-bool Watch::WaitFor(Task& task, Clock::duration patience) {
-  std::unique_lock<std::mutex> lock(task.mutex);
-  while (!task.done) {
-    const Clock::time_point deadline = task.lastCall + patience;
-    if (Clock::now() >= deadline) return false;
-    task.ended.wait_until(lock, deadline);
+bool Watch::IsStuck() const {
+  const Lock lock(m_desk->mutex);
+  return m_desk->current != nullptr && IsLate();
+}
+
+template <typename Condition>
+bool Watch::WaitFor(Lock& lock, Condition&& condition) {
+  while (!condition()) {
+    if (IsLate()) return false;
+    m_desk->ended.wait_until(lock, m_desk->lastCall.load() + m_patience);
   }
   return true;
 }
 
-bool Watch::IsStuck() const {
-  std::shared_ptr<Task> task;
-  {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    task = m_current;
-  }
-  if (task == nullptr) return false;
-  const std::lock_guard<std::mutex> lock(task->mutex);
-  return !task->done && Clock::now() >= task->lastCall + m_patience;
+// The work gives back what it holds before anybody hears of its end.
+void Watch::Do(Desk& desk, Task& task, Lock& lock) {
+  lock.unlock();
+  t_desk = &desk;
+  Outcome outcome = Contained(task.work);
+  t_desk = nullptr;
+  task.work = nullptr;
+  lock.lock();
+  task.outcome = std::move(outcome);
+  task.done = true;
+  desk.current.reset();
+  desk.ended.notify_all();
 }
 
-std::shared_ptr<Watch::Task> Watch::TakeTurn() {
-  const auto task = std::make_shared<Task>();
+void Watch::Serve(const std::shared_ptr<Desk>& desk, unsigned number) {
+  Lock lock(desk->mutex);
   for (;;) {
-    std::shared_ptr<Task> before;
-    {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      before = m_current;
-      if (before == nullptr) {
-        task->lastCall = Clock::now();
-        m_current = task;
-        return task;
-      }
-    }
-    if (!WaitFor(*before, m_patience)) return nullptr;
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_current == before) m_current.reset();
+    desk->given.wait(lock, [&] { return desk->server != number || desk->current != nullptr; });
+    if (desk->server != number) return;
+    const std::shared_ptr<Task> task = desk->current;
+    Do(*desk, *task, lock);
+  }
+}
+
+bool Watch::StartThread(const std::shared_ptr<Desk>& desk) {
+  if (desk->thread.joinable()) return true;
+  const SignalsBlocked blocked;
+  try {
+    desk->thread = std::thread(Serve, desk, ++desk->server);
+    return true;
+  } catch (const std::system_error&) {
+    return false;  // no thread to be had
   }
 }
 
 Outcome Watch::Run(std::function<Outcome()> work) {
   const Outcome stuck = {kTimeout, 0, "the module does not answer"};
-  const std::shared_ptr<Task> task = TakeTurn();
-  if (task == nullptr) return stuck;
-  const auto run = [task, work = std::move(work)] {
-    t_task = task.get();
-    Outcome outcome = Contained(work);
-    t_task = nullptr;
-    const std::lock_guard<std::mutex> lock(task->mutex);
-    task->outcome = std::move(outcome);
-    task->done = true;
-    task->ended.notify_all();
-  };
-  std::thread worker;
-  try {
-    const SignalsBlocked blocked;
-    worker = std::thread(run);
-  } catch (const std::system_error&) {
-    run();  // no thread to be had
+  const auto task = std::make_shared<Task>();
+  task->work = std::move(work);
+  Lock lock(m_desk->mutex);
+  if (!WaitFor(lock, [&] { return m_desk->current == nullptr; })) return stuck;
+  m_desk->current = task;
+  m_desk->lastCall = Clock::now();
+  if (StartThread(m_desk)) {
+    m_desk->given.notify_all();
+  } else {
+    Do(*m_desk, *task, lock);
   }
-  const bool done = WaitFor(*task, m_patience);
-  // Only one that hangs is left to itself: what a thread leaves behind goes when it is joined.
-  if (worker.joinable()) done ? worker.join() : worker.detach();
-  if (!done) return stuck;
-  const std::lock_guard<std::mutex> lock(task->mutex);
+  if (!WaitFor(lock, [&] { return task->done; })) return stuck;
   return task->outcome;
+}
+
+// What a thread leaves behind goes when it is joined.
+void Watch::Rest() {
+  std::thread thread;
+  {
+    const Lock lock(m_desk->mutex);
+    if (m_desk->current != nullptr) return;
+    ++m_desk->server;
+    thread.swap(m_desk->thread);
+  }
+  m_desk->given.notify_all();
+  if (thread.joinable()) thread.join();
+}
+
+Watch::~Watch() {
+  Rest();
+  const Lock lock(m_desk->mutex);
+  ++m_desk->server;
+  if (m_desk->thread.joinable()) m_desk->thread.detach();
 }
 
 }  // namespace velcrypto
