@@ -64,8 +64,12 @@ void Bind(const std::string& from, const std::string& to) {
   }
 }
 
+// Leaves no empty folder in the machine's /tmp, which target may be about to cover.
 void MoveTo(const std::string& stage, const char* target) {
+  const int tmp = open("/tmp", O_PATH | O_DIRECTORY | O_CLOEXEC);
   if (mount(stage.c_str(), target, nullptr, MS_MOVE, nullptr) != 0) Give(1, target);
+  unlinkat(tmp, stage.c_str() + strlen("/tmp/"), AT_REMOVEDIR);
+  close(tmp);
 }
 
 // Puts a writable copy of the folder's top level over it; the entries are the real ones.
