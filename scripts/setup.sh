@@ -27,7 +27,7 @@ all=(
 arm64=(
   g++-aarch64-linux-gnu qemu-user
   libstdc++6:arm64 libssl-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 libexpat1-dev:arm64
-  libassuan0:arm64 libp11-kit-dev:arm64
+  libassuan0:arm64 libp11-kit-dev:arm64 qtbase5-dev:arm64
 )
 
 command -v dpkg-query >/dev/null || die "this is no Debian; needed: ${packages[*]}"
