@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "Library.h"
+#include "Traces.h"
 
 using Json = nlohmann::json;
 using testing::ElementsAre;
@@ -25,11 +26,6 @@ const ULONG kFailed = 0xE0000001;
 const ULONG kCancelled = 0xE0000002;
 const ULONG kTimeout = 0xE0000016;
 const ULONG kDeviceRemoved = 0xE0000042;
-
-size_t OpenDescriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
-}
 
 class CertDialog : public testing::Test {
  protected:
@@ -60,7 +56,7 @@ class CertDialog : public testing::Test {
   void TearDown() override {
     signal(SIGCHLD, SIG_DFL);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a dialog is left";
-    EXPECT_EQ(OpenDescriptors(), m_descriptors);
+    EXPECT_TRUE(DescriptorsAreBackTo(m_descriptors));
     m_queue->Enable(FALSE, FALSE);
     setenv("VEL_CERT_DIALOG", "none", 1);
     for (const char* name : {"FAKE_DIALOG", "VEL_CERT_DIALOG_TIMEOUT", "DISPLAY"}) unsetenv(name);

@@ -26,15 +26,6 @@ bool Exists(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
-bool Eventually(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
-
 std::vector<std::string> LogLines(const std::string& path) {
   std::string text = Slurp(path);
   if (text.compare(0, 2, "\xFF\xFE") == 0) text.erase(0, 2);
@@ -73,10 +64,16 @@ int RunHost(const std::function<void()>& body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
-int ThreadCount() {
+std::set<std::string> Threads() {
+  std::set<std::string> names;
   DIR* const tasks = opendir("/proc/self/task");
-  int count = 0;
-  while (const dirent* entry = readdir(tasks)) count += entry->d_name[0] != '.';
+  while (const dirent* entry = readdir(tasks)) {
+    if (entry->d_name[0] != '.') names.insert(entry->d_name);
+  }
   closedir(tasks);
-  return count;
+  return names;
+}
+
+size_t ThreadCount() {
+  return Threads().size();
 }

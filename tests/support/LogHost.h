@@ -3,15 +3,15 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
+
+#include "Eventually.h"
 
 std::string Slurp(const std::string& path);
 void Spill(const std::string& path, const std::string& text);
 bool Exists(const std::string& path);
-
-// Waits up to a minute; false when it did not come true.
-bool Eventually(const std::function<bool()>& condition);
 
 // The lines of a log file without its mark, parted at "\r\n\r\n"; what follows the last separator
 // is the last element when it is not empty.
@@ -24,4 +24,6 @@ std::vector<std::string> AwaitLines(const std::string& path, size_t count);
 // code, or 1000 and the signal; more than two minutes count as signal 9.
 int RunHost(const std::function<void()>& body);
 
-int ThreadCount();
+// The numbers of the process's threads. One that was joined may be among them for a moment.
+std::set<std::string> Threads();
+size_t ThreadCount();

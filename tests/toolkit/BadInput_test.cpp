@@ -1,6 +1,6 @@
 // Hosts that give rubbish, and hosts that go on for long. In the sandbox: signing is logged.
-#include <dirent.h>
 #include <malloc.h>
+#include <stdint.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "Host.h"
+#include "Traces.h"
 
 namespace {
 
@@ -112,14 +113,6 @@ TEST_F(BadInput, ExceptionsOfTheDeviceLibraryBecomeCodes) {
   EXPECT_EQ(VCTK_P1Sign(m_handle, "abc", 0), 0);
 }
 
-long OpenFiles() {
-  DIR* const folder = opendir("/proc/self/fd");
-  long count = 0;
-  while (readdir(folder) != nullptr) ++count;
-  closedir(folder);
-  return count;
-}
-
 long ResidentKilobytes() {
   long pages = 0, resident = 0;
   std::ifstream("/proc/self/statm") >> pages >> resident;
@@ -144,16 +137,24 @@ TEST_F(BadInput, AThousandSessionsKeepMemoryAndDescriptorsLevel) {
   Fake().recording = false;
   VCTK_Finalize(m_handle);
   for (int i = 0; i < 50; ++i) OneSession();
-  const long files = OpenFiles();
-  const size_t bytes = mallinfo2().uordblks;
+  // What is freed is kept back for a while under sanitizers, and leaks are told at the exit.
+  size_t limit = SIZE_MAX;
+  const auto level = [&limit] { return mallinfo2().uordblks < limit; };
+  const size_t files = OpenDescriptors();
+  if (!kSanitized) limit = mallinfo2().uordblks + 64 * 1024;
   const long resident = ResidentKilobytes();
-  for (int i = 0; i < 1000; ++i) OneSession();
-  EXPECT_EQ(OpenFiles(), files);
+  for (int i = 0; i < 1000; ++i) {
+    OneSession();
+    if (i % 50 == 49) {
+      ASSERT_TRUE(Eventually(level)) << "what waits for the log is written in time";
+    }
+  }
+  EXPECT_TRUE(DescriptorsAreBackTo(files));
   Fake().recording = true;
   m_handle = VCTK_Initialize(kHostKeyList);
-  if (kSanitized) return;  // freed memory is kept back for a while, and leaks are told at exit
-  EXPECT_LT(mallinfo2().uordblks, bytes + 64 * 1024);
-  EXPECT_LT(ResidentKilobytes(), resident + 4096);
+  if (!kSanitized) {
+    EXPECT_LT(ResidentKilobytes(), resident + 4096);
+  }
 }
 
 }  // namespace

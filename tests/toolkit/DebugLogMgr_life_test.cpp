@@ -440,7 +440,7 @@ TEST_F(LogLife, ForkedChildThatDoesNotLogEndsAtOnce) {
 }
 
 // With those that the thread sanitizer adds to the first one.
-int ThreadsOfNow() {
+size_t ThreadsOfNow() {
   std::string task;
   std::thread([&] { task = "/proc/self/task/" + std::to_string(gettid()); }).join();
   Eventually([&] { return !Exists(task); });
@@ -451,7 +451,7 @@ int ThreadsOfNow() {
 // second that the end waits: what is left is what really waits for the writer.
 TEST_F(LogLife, HundredLoadsAndUnloadsLeaveNoThread) {
   EXPECT_EQ(RunHost([] {
-              const int threads = ThreadsOfNow();
+              const size_t threads = ThreadsOfNow();
               for (int cycle = 0; cycle < 100; ++cycle) {
                 void* const module = dlopen(LOG_MODULE, RTLD_NOW | RTLD_LOCAL);
                 if (module == nullptr) _exit(2);
@@ -461,7 +461,7 @@ TEST_F(LogLife, HundredLoadsAndUnloadsLeaveNoThread) {
                 other.join();
                 dlclose(module);
                 if (dlopen(LOG_MODULE, RTLD_NOW | RTLD_NOLOAD) != nullptr) _exit(3);
-                if (ThreadCount() > threads) _exit(4);
+                if (!Eventually([&] { return ThreadCount() <= threads; })) _exit(4);
               }
               _exit(0);
             }),
@@ -471,12 +471,12 @@ TEST_F(LogLife, HundredLoadsAndUnloadsLeaveNoThread) {
 TEST_F(LogLife, UnloadingWithABlockedWriterLeavesNoThread) {
   ASSERT_EQ(mkfifo(kLog, 0600), 0);
   EXPECT_EQ(RunHost([] {
-              const int threads = ThreadsOfNow();
+              const size_t threads = ThreadsOfNow();
               void* const module = dlopen(LOG_MODULE, RTLD_NOW | RTLD_LOCAL);
               if (module == nullptr) _exit(2);
               reinterpret_cast<void (*)(int)>(dlsym(module, "LogModuleSay"))(2000);
               dlclose(module);
-              _exit(ThreadCount() <= threads ? 0 : 4);
+              _exit(Eventually([&] { return ThreadCount() <= threads; }) ? 0 : 4);
             }),
             0);
 }

@@ -22,6 +22,7 @@
 
 #include "FileService.h"
 #include "LogHost.h"
+#include "Traces.h"
 
 namespace {
 std::deque<int> g_draws;  // what rand() gives next, while there is any
@@ -59,14 +60,6 @@ const DWORD kNoRequest = 0xE0010004;
 const DWORD kNoResponse = 0xE0010005;
 const DWORD kPlenty = 60000;  // milliseconds; a busy machine takes its time
 const milliseconds kInTime(20000);
-
-int OpenDescriptors() {
-  int count = 0;
-  for (int descriptor = 0; descriptor < 4096; ++descriptor) {
-    count += fcntl(descriptor, F_GETFD) != -1;
-  }
-  return count;
-}
 
 std::vector<std::string> TraceMessages() {
   std::vector<std::string> messages;
@@ -265,10 +258,10 @@ TEST_F(Account, OddOutputIsReadAsANumber) {
 }
 
 TEST_F(Account, OfAMissingCommandIs0) {
-  const int before = OpenDescriptors();
+  const size_t before = OpenDescriptors();
   setenv("PATH", "/nowhere", 1);
   EXPECT_EQ(m_endpoint.GetAccountId(), 0u);
-  EXPECT_EQ(OpenDescriptors(), before);
+  EXPECT_TRUE(DescriptorsAreBackTo(before));
 }
 
 TEST_F(Account, OfASlowCommandIsAwaited) {
@@ -278,14 +271,14 @@ TEST_F(Account, OfASlowCommandIsAwaited) {
 
 TEST_F(Account, OfACommandThatNeverEndsIsWhatItPrintedInTenSeconds) {
   Install("echo $$ > /tmp/never; echo 44; while :; do sleep 0.1; done");
-  const int descriptors = OpenDescriptors();
-  const int threads = ThreadCount();
+  const size_t descriptors = OpenDescriptors();
+  const size_t threads = ThreadCount();
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(m_endpoint.GetAccountId(), 44u);
   EXPECT_LT(std::chrono::steady_clock::now() - start, 2 * kInTime);
   EXPECT_EQ(kill(std::stoi(Slurp("/tmp/never")), SIGKILL), 0);
   EXPECT_TRUE(Eventually([&] { return ThreadCount() <= threads; }));
-  EXPECT_LE(OpenDescriptors(), descriptors);
+  EXPECT_TRUE(DescriptorsAreBackTo(descriptors));
 }
 
 TEST_F(Account, IsReadThroughSignals) {
@@ -434,7 +427,7 @@ TEST_P(Hostile, GivesTheCodeInTimeLosesNoDescriptorAndTheNextCallWorks) {
   Spill(kMarker, "");
   service.Misbehave(c.fault, milliseconds(c.delay));
   BYTE body[] = {'x'};
-  const int before = OpenDescriptors();
+  const size_t before = OpenDescriptors();
   CSmartBuffer reply;
   reply.SetBuffer("kept", 4);
   const auto start = std::chrono::steady_clock::now();
@@ -444,7 +437,7 @@ TEST_P(Hostile, GivesTheCodeInTimeLosesNoDescriptorAndTheNextCallWorks) {
   EXPECT_EQ(TextOf(reply), c.code == 0 ? "re:x" : "kept");
   EXPECT_THAT(Slurp(kTrace), HasSubstr(c.trace));
   service.Misbehave(Fault::kNone);
-  EXPECT_TRUE(Eventually([&] { return OpenDescriptors() <= before; }));
+  EXPECT_TRUE(DescriptorsAreBackTo(before));
   EXPECT_EQ(Ask("after"), 0u);
   EXPECT_EQ(TextOf(m_reply), "re:after");
 }
@@ -538,14 +531,14 @@ TEST_F(PipeIPC, ManyCallsLoseNoDescriptor) {
   FileService service("/tmp/service");
   service.AnswerWith(Echo);
   ASSERT_EQ(Ask("x"), 0u);
-  const int before = OpenDescriptors();
+  const size_t before = OpenDescriptors();
   const Fault faults[] = {Fault::kNone, Fault::kRefuseRegistration, Fault::kCloseAtRequest,
                           Fault::kHalfBody, Fault::kOldSequence};
   for (int call = 0; call < 250; ++call) {
     service.Misbehave(faults[call % 5]);
     EXPECT_EQ(Ask("x") == 0, call % 5 == 0);
   }
-  EXPECT_TRUE(Eventually([&] { return OpenDescriptors() <= before; }));
+  EXPECT_TRUE(DescriptorsAreBackTo(before));
 }
 
 TEST_F(PipeIPC, EndpointsWorkSideBySide) {

@@ -238,7 +238,7 @@ class PipeServer : public testing::Test {
   Router m_router;
   States m_states;
   std::unique_ptr<CPipeIPC> m_endpoint = std::make_unique<CPipeIPC>();
-  int m_threads = 0;
+  size_t m_threads = 0;
 };
 
 TEST_F(PipeServer, RegistersWithItsAccountAndObject) {
