@@ -189,21 +189,33 @@ TEST_F(Pkcs11, RecordsNameTokenKeyAndSerialNumber) {
   EXPECT_TRUE(m_identity->hasKey);
 }
 
-TEST_F(Pkcs11, ATokenOfKeysAloneListsNothing) {
+TEST_F(Pkcs11, ATokenOfKeysAloneListsNothingAndIsTold) {
   auto objects = PairOf(Rsa());
   objects.erase(objects.begin());
-  fakep11::Plug(TokenWith(objects));
-  EXPECT_EQ(List(), 0u);
-  EXPECT_THAT(m_identities, IsEmpty());
-  EXPECT_THAT(m_skipped, IsEmpty());
+  fakep11::Plug(TokenWith(objects, "keys"));
+  fakep11::Plug(TokenWith({}, "empty", "2"));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(List(), 0u);
+    EXPECT_THAT(m_identities, IsEmpty());
+    ASSERT_EQ(m_skipped.size(), 2u);
+    EXPECT_EQ(m_skipped[0].device, "empty");
+    EXPECT_EQ(m_skipped[1].device, "keys");
+    for (const auto& skipped : m_skipped) EXPECT_EQ(skipped.reason.code, 0xE0000061u);
+  }
 }
 
-TEST_F(Pkcs11, AnEmptySlotAndABlankTokenAreNoFaults) {
+TEST_F(Pkcs11, AnEmptySlotAndABlankTokenAreNoTokens) {
   fakep11::Token blank;
   blank.flags = 0;
   fakep11::PlugInto(3, blank);
   EXPECT_EQ(List(), 0u);
   EXPECT_THAT(m_identities, IsEmpty());
+  ASSERT_EQ(m_skipped.size(), 1u);
+  EXPECT_EQ(m_skipped[0].device, FAKE_PKCS11_PATH);
+  EXPECT_EQ(m_skipped[0].reason.code, 0xE0000043u);
+  fakep11::Plug(TokenWith(PairOf(Rsa())));
+  EXPECT_EQ(List(), 0u);
+  EXPECT_EQ(m_identities.size(), 1u);
   EXPECT_THAT(m_skipped, IsEmpty());
 }
 

@@ -116,6 +116,21 @@ TEST_F(Doctor, TellsWhatTheKeyListSaysAndWhichFamiliesFail) {
   EXPECT_EQ(report["signing"]["digest"], "SHA1");
 }
 
+TEST_F(Doctor, ADigestThatHasToBeNamedIsTold) {
+  PlugIn(SharedIdentities().Rsa());
+  const std::string list =
+      List("<lib type=\"CSP\"><algid val=\"SHA512\" sm2_hashalg=\"SM3\"/></lib>");
+  const Outcome outcome = Run({"doctor", "--key-list", list});
+  EXPECT_EQ(outcome.exitCode, kFailed);
+  EXPECT_THAT(outcome.out, HasSubstr("vctk sign --digest SHA512"));
+  EXPECT_EQ(Report(Run({"doctor", "--json", "--key-list", list}))["signing"]["possible"], false);
+  const std::vector<std::string> sign = {
+      "sign",  Have("document", "text"), "--key-list", list, "--pin-file", PinFile(), "--digest",
+      "SHA512"};
+  EXPECT_EQ(Run(sign).exitCode, kDone) << "as it says";
+  EXPECT_EQ(Run({sign.begin(), sign.end() - 2}).exitCode, kFailed);
+}
+
 TEST_F(Doctor, ABrokenKeyListIsTold) {
   for (const char* text : {"nonsense", "<authinfo></authinfo>", "<a b=\"", "<<<>>>", "<!--"}) {
     const Outcome outcome = Run({"doctor", "--json", "--key-list", Have("broken", text)});

@@ -8,6 +8,7 @@
 #include "Commands.h"
 #include "Files.h"
 #include "Terminal.h"
+#include "Waiting.h"
 
 namespace vctk {
 namespace {
@@ -24,6 +25,7 @@ struct Row {
 // the caller's session meanwhile keeps the device library loaded.
 std::vector<Row> Gather(const KeyList& keyList, const std::vector<Filter>& filters,
                         Listing* listing) {
+  const Waiting waiting("Looking for keys");
   Session session(keyList, filters);
   session.RecordCalls();
   std::vector<Row> rows;

@@ -34,6 +34,15 @@ void LookForLibraries(Findings& findings) {
   findings.device = FindLibrary(loaded, "libVELCrypto64.so");
 }
 
+// The toolkit has no name for SHA512 when it comes from the key list, and signs with none then.
+void CheckDigest(Findings& findings) {
+  if (findings.digest != "UNKNOWN") return;
+  findings.signingFault =
+      "the key list gives no digest that signatures can take by themselves; SHA512 is one that has "
+      "to be named: vctk sign --digest SHA512";
+  findings.exitCode = kFailed;
+}
+
 void Examine(Session& session, Findings& findings) {
   const std::vector<std::string> before = LoadedLibraries();
   LookForLibraries(findings);
@@ -44,6 +53,7 @@ void Examine(Session& session, Findings& findings) {
       session.Choose(findings.certificates[0].serial);
       findings.type = session.ChosenType();
       findings.digest = session.Digest();
+      CheckDigest(findings);
     }
   } catch (const Failure& failure) {
     findings.signingFault = failure.what();

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "Terminal.h"
+#include "Waiting.h"
 
 namespace vctk {
 namespace {
@@ -46,6 +47,7 @@ Progress::~Progress() {
 
 void Progress::Show(size_t done, const std::string& name) {
   if (!m_isShown) return;
+  Waiting::LeaveToProgress();
   const size_t full = kBar * std::min(done, m_steps) / m_steps;
   std::string line = "[" + std::string(full, '#') + std::string(kBar - full, '-') + "] " +
                      std::to_string(done) + "/" + std::to_string(m_steps) + " ";

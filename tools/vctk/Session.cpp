@@ -8,6 +8,7 @@
 #include "Failure.h"
 #include "Messages.h"
 #include "vctk.h"
+#include "Waiting.h"
 
 namespace vctk {
 namespace {
@@ -15,6 +16,7 @@ namespace {
 const uint32_t kNothingListed = 0xE000000E;
 const int kUserPin = 2;
 const unsigned long kCertificateFilter = 4;
+const char kLooking[] = "Looking for keys";
 const char kListing[] = "the certificates cannot be listed";
 
 // Control characters that stand in no name.
@@ -89,6 +91,7 @@ std::string Session::Copy(const std::string& doing, Getter getter, int length) {
 }
 
 std::vector<Certificate> Session::List() {
+  const Waiting waiting(kLooking);
   int length = 0;
   const int result = GetList(m_handle, nullptr, &length);
   if (static_cast<uint32_t>(result) == kNothingListed) return {};
@@ -97,12 +100,14 @@ std::vector<Certificate> Session::List() {
 }
 
 bool Session::Exists(const std::string& serial) {
+  const Waiting waiting(kLooking);
   int exists = 0;
   Check(kListing, VCTK_CheckCertIsExist(m_handle, serial.c_str(), &exists));
   return exists != 0;
 }
 
 void Session::Choose(const std::string& serial) {
+  const Waiting waiting(kLooking);
   const int result = VCTK_SetCert(m_handle, serial.c_str());
   if (result != 1) Check("the certificate cannot be chosen", result);
 }

@@ -2,9 +2,12 @@
 
 #include <strings.h>
 
+#include <optional>
+
 #include "CallRecord.h"
 #include "Messages.h"
 #include "Terminal.h"
+#include "Waiting.h"
 
 namespace vctk {
 namespace {
@@ -53,6 +56,8 @@ std::string Signer::Sign(const std::string& base64) {
 }
 
 std::string Signer::SignWithPin(const std::string& base64) {
+  std::optional<Waiting> waiting;
+  if (!m_pin.IsEmpty()) waiting.emplace("Signing");  // else a dialog asks
   return m_options.pkcs1 ? m_session.SignPkcs1(m_certificate.serial, base64, m_pin)
                          : m_session.SignPkcs7(base64, m_options.detached, m_pin);
 }

@@ -237,6 +237,9 @@ CK_RV Contents::Refresh(const SessionHandle& session, bool loggedIn, const Token
   m_identities.clear();
   m_skipped.clear();
   ParseAll(&seen.certificates, names);
+  if (seen.certificates.empty() && m_skipped.empty()) {
+    m_skipped.push_back({names.label, {kCertificateNotFound, 0, "the token has no certificates"}});
+  }
   FindIssuers(&seen.certificates);
   std::sort(seen.certificates.begin(), seen.certificates.end(),
             [](const Certificate& left, const Certificate& right) {

@@ -101,6 +101,9 @@ Outcome Tokens::Look(Found* found) {
   }
   if (!outcome.ok()) return outcome;
   found->skipped = std::move(pass.unreadable);
+  if (pass.byName.empty() && found->skipped.empty()) {
+    found->skipped.push_back({m_module->name(), {kDeviceNotPresent, 0, "no token is plugged in"}});
+  }
   for (auto& [name, token] : pass.byName) {
     std::move(token.identities.begin(), token.identities.end(),
               std::back_inserter(found->identities));
