@@ -10,15 +10,14 @@
 #include <initializer_list>
 #include <memory>
 #include <new>
-#include <string>
 
+#include "LogMessage.h"
 #include "LogPrefix.h"
 
 namespace {
 
 const wchar_t kDefaultName[] = L"/tmp/PILog.txt";
 const size_t kPathCharacters = 260;
-const size_t kMessageCharacters = 8192;
 
 // Statements under way in other threads, or run by destructors later than the manager's, meet a
 // destroyed manager when a process ends. These outlive it and need no construction.
@@ -41,23 +40,6 @@ void SleepMillisecond() {
 void CloseToStatements() {
   g_closed.store(true);
   for (int waited = 0; g_underWay.load() != 0 && waited < 1000; ++waited) SleepMillisecond();
-}
-
-// On the heap, for hosts' threads may have small stacks; null without memory.
-std::unique_ptr<wchar_t[]> FormatMessage(LPCTSTR format, va_list args) {
-  std::unique_ptr<wchar_t[]> message(new (std::nothrow) wchar_t[kMessageCharacters]);
-  if (message == nullptr) return message;
-  va_list again;
-  va_copy(again, args);
-  if (vswprintf(message.get(), kMessageCharacters, format, args) < 0) {
-    // Too long, or a text that is none: what was formatted so far is there but not terminated. Few
-    // messages come here, so only they pay for clearing 32 KiB.
-    wmemset(message.get(), L'\0', kMessageCharacters);
-    vswprintf(message.get(), kMessageCharacters, format, again);
-    message[kMessageCharacters - 1] = L'\0';
-  }
-  va_end(again);
-  return message;
 }
 
 // Without memory the line stays empty.
@@ -202,27 +184,33 @@ void CDebugLogMgr::EnableGlobalMode(BOOL enable) {
   __atomic_store_n(&m_bGlobalMode, enable, __ATOMIC_RELAXED);
 }
 
+// A failure shows when the file is opened.
+void CDebugLogMgr::MakeFolder(LPCTSTR fileName) {
+  wchar_t folder[kPathCharacters];
+  wcsncpy(folder, fileName, kPathCharacters - 1);
+  folder[kPathCharacters - 1] = L'\0';
+  PathRemoveFileSpecW(folder);
+  SHCreateDirectoryExW(nullptr, folder, nullptr);
+}
+
 struct CDebugLogMgr::LineSetting {
-  wchar_t folder[kPathCharacters];  // empty when nothing is to be created
-  CString folderOf;                 // the file name that it is of
+  CString newName;  // of a file whose folder is to be made, perhaps empty
   CString header;
 };
 
-// A line that still waits had its folder made when it was queued, and the system call is the
-// dearest part of a line; so lines behind it, in a burst, do without.
+// Every line finds its folder made. The system call is the dearest part of a line, so it is made
+// for the first line with a name, and later by the writer when it cannot open the file; but for
+// each line of a file that stays open, which the writer does not open again.
 CDebugLogMgr::LineSetting CDebugLogMgr::Setting() {
   LineSetting setting;
-  setting.folder[0] = L'\0';
   const CVELCriticalGuard guard(m_csLogCache);
-  setting.header = m_strLogHeader;
+  const bool staysOpen = __atomic_load_n(&m_bGlobalMode, __ATOMIC_RELAXED) != 0;
   if (m_strLogFileName.IsEmpty()) {
     m_strLogFileName = kDefaultName;
-  } else if (m_logCacheHead == nullptr || wcscmp(m_folderMadeFor, m_strLogFileName) != 0) {
-    setting.folderOf = m_strLogFileName;
-    wcsncpy(setting.folder, m_strLogFileName, kPathCharacters - 1);
-    setting.folder[kPathCharacters - 1] = L'\0';
-    PathRemoveFileSpecW(setting.folder);
+  } else if (staysOpen || wcscmp(m_folderMadeFor, m_strLogFileName) != 0) {
+    m_folderMadeFor = setting.newName = m_strLogFileName;
   }
+  setting.header = m_strLogHeader;
   return setting;
 }
 
@@ -232,25 +220,22 @@ void CDebugLogMgr::OutputArgs(LPCTSTR type, int level, LPCTSTR srcFile, LPCTSTR 
   WithFunctionName(function != nullptr && *function != L'\0');
   if (srcFile == nullptr || format == nullptr) return;
   const LineSetting setting = Setting();
-  // Again and again, since the folder may have been removed; a failure shows when the file is
-  // opened.
-  if (setting.folder[0] != L'\0') SHCreateDirectoryExW(nullptr, setting.folder, nullptr);
+  if (!setting.newName.IsEmpty()) MakeFolder(setting.newName);
   LogPrefix prefix;
-  if (!FormatLogPrefix(prefix, srcFile, function, line)) return;
-  const std::unique_ptr<wchar_t[]> message = FormatMessage(format, args);
+  LogMessage message;
+  if (!FormatLogPrefix(prefix, srcFile, function, line) || !message.Format(format, args)) return;
   std::unique_ptr<LogCacheList> node(new (std::nothrow) LogCacheList());
-  if (message == nullptr || node == nullptr) return;
-  Join(node->strLog, {type == nullptr ? L"" : type, prefix, setting.header, message.get()});
-  Queue(node.release(), setting);
+  if (node == nullptr) return;
+  Join(node->strLog, {type == nullptr ? L"" : type, prefix, setting.header, message.Text()});
+  Queue(node.release());
 }
 
-void CDebugLogMgr::Queue(LogCacheList* node, const LineSetting& setting) {
+void CDebugLogMgr::Queue(LogCacheList* node) {
   int running;
   {
     const CVELCriticalGuard guard(m_csLogCache);
     (m_logCacheTail != nullptr ? m_logCacheTail->next : m_logCacheHead) = node;
     m_logCacheTail = node;
-    if (setting.folder[0] != L'\0') m_folderMadeFor = setting.folderOf;
     running = m_thread;
   }
   if (running == 0) CreateWriteLogThread();
@@ -268,12 +253,11 @@ CDebugLogMgr::MacroHelper::MacroHelper(LPCTSTR type, int level, LPCTSTR srcFile,
 void CDebugLogMgr::MacroHelper::operator()(LPCTSTR format, ...) try {
   const UnderWay underWay;
   if (format == nullptr || !underWay.Allowed()) return;
-  std::wstring wideFormat(format);
-  my_replace(wideFormat, L"%s", L"%ls");
+  const WideTextFormat wideFormat(format);
   va_list args;
   va_start(args, format);
   GetInstance()->OutputArgs(m_strLogType, m_curLogLevel, m_strSrcFileName, m_strSrcFunctionName,
-                            m_dwSrcLineNumber, wideFormat.c_str(), args);
+                            m_dwSrcLineNumber, wideFormat.Text(), args);
   va_end(args);
 } catch (const std::bad_alloc&) {  // the line is lost; logging never fails visibly
 }

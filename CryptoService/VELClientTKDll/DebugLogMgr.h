@@ -108,8 +108,9 @@ class CDebugLogMgr {
   static void AfterForkInParent();
   static void AfterForkInChild();
 
+  static void MakeFolder(LPCTSTR fileName);
   LineSetting Setting();
-  void Queue(LogCacheList* node, const LineSetting& setting);
+  void Queue(LogCacheList* node);
   LogCacheList* TakeLine();
   void DiscardLines();
   bool Exiting() const;
@@ -118,13 +119,14 @@ class CDebugLogMgr {
   bool EndWriter();
   CString LogFileName();
   DWORD OpenLog();
+  bool EnsureOpen();
   bool TakeNewName();
   bool WriteLines();
   bool WriteLine(const CString& line);
   void AppendLine(const CString& line);
   void TruncateLog(DWORD size, DWORD percent);
 
-  CString m_folderMadeFor;  // the name whose folder a line made last; guarded like the name
+  CString m_folderMadeFor;  // the name whose folder a line made; guarded like the name
 
   CVELCritical m_csWriter;  // guards the two below
   int m_writerId;           // the kernel's number of the writer, 0 until it runs

@@ -159,9 +159,16 @@ bool CDebugLogMgr::TakeNewName() {
   return true;
 }
 
+// Also when the folder that a line found or made was removed since.
+bool CDebugLogMgr::EnsureOpen() {
+  if (m_logFile.GetFileID() != 0 || OpenLog() == 0) return true;
+  MakeFolder(LogFileName());
+  return OpenLog() == 0;
+}
+
 // False when the writer has to end.
 bool CDebugLogMgr::WriteLine(const CString& line) {
-  if (m_logFile.GetFileID() != 0 || OpenLog() == 0) {
+  if (EnsureOpen()) {
     AppendLine(line);
   } else {
     // The line that found the file unusable is lost; the next one goes to the new name.

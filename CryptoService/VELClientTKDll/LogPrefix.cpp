@@ -4,7 +4,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <iterator>
+#include "LogText.h"
 
 namespace {
 
@@ -19,60 +19,67 @@ void ReadZone(time_t now) {
   g_zoneRead = now;
 }
 
-// Fills an array with text and decimal numbers and cuts what does not fit. The formatter of the
-// system library takes as long for a prefix as all the rest of a line does.
-class PrefixWriter {
+// What a line shows of its second, kept for the lines of the same second and zone.
+class ShownSecond {
  public:
-  explicit PrefixWriter(LogPrefix& out) : m_at(out), m_end(out + std::size(out) - 1) {
-    *m_at = L'\0';
-  }
-
-  PrefixWriter& operator<<(const wchar_t* text) {
-    while (*text != L'\0' && m_at < m_end) *m_at++ = *text++;
-    *m_at = L'\0';
-    return *this;
-  }
-
-  // As "%0*d" does: the sign counts as a digit.
-  PrefixWriter& Number(int value, int digits) {
-    wchar_t reversed[16];
-    wchar_t* digit = reversed + 15;
-    *digit = L'\0';
-    const wchar_t* const enough = digit - digits + (value < 0 ? 1 : 0);
-    unsigned rest = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
-    for (; rest != 0 || digit > enough; rest /= 10)
-      *--digit = static_cast<wchar_t>(L'0' + rest % 10);
-    if (value < 0) *--digit = L'-';
-    return *this << digit;
+  // Null when it cannot be told.
+  const wchar_t* Text(time_t second) {
+    ReadZone(second);
+    if (second == m_second && timezone == m_zone && tzname[0] == m_zoneName) return m_text;
+    tm local = {};
+    if (localtime_r(&second, &local) == nullptr) return nullptr;
+    Format(local);
+    m_second = second;
+    m_zone = timezone;
+    m_zoneName = tzname[0];
+    return m_text;
   }
 
  private:
-  wchar_t* m_at;
-  wchar_t* const m_end;
+  void Format(const tm& local) {
+    LogText text(m_text);
+    text.Number(local.tm_year + 1900, 4) << L"-";
+    text.Number(local.tm_mon + 1, 2) << L"-";
+    text.Number(local.tm_mday, 2) << L" ";
+    text.Number(local.tm_hour, 2) << L":";
+    text.Number(local.tm_min, 2) << L":";
+    text.Number(local.tm_sec, 2) << L":";
+    text.End();
+  }
+
+  time_t m_second = 0;
+  long m_zone = 0;
+  const char* m_zoneName = nullptr;
+  wchar_t m_text[40] = {};
 };
+
+ShownSecond g_shownSecond;  // guarded by g_timeLock
+
+bool WriteSecond(LogText& prefix, time_t second) {
+  HoldLogTime();
+  const wchar_t* const text = g_shownSecond.Text(second);
+  if (text != nullptr) prefix << text;
+  ReleaseLogTime();
+  return text != nullptr;
+}
 
 }  // namespace
 
 bool FormatLogPrefix(LogPrefix& out, LPCTSTR srcFile, LPCTSTR function, DWORD line) {
   timeval now = {};
-  tm local = {};
-  if (!ReadLogTime(now, local)) return false;
-  PrefixWriter prefix(out);
+  if (gettimeofday(&now, nullptr) != 0) return false;
+  LogText prefix(out);
   prefix << L"[P";
   prefix.Number(getpid(), 4) << L"] [T";
   prefix.Number(static_cast<int>(pthread_self()), 4) << L"] [";
-  prefix.Number(local.tm_year + 1900, 4) << L"-";
-  prefix.Number(local.tm_mon + 1, 2) << L"-";
-  prefix.Number(local.tm_mday, 2) << L" ";
-  prefix.Number(local.tm_hour, 2) << L":";
-  prefix.Number(local.tm_min, 2) << L":";
-  prefix.Number(local.tm_sec, 2) << L":";
+  if (!WriteSecond(prefix, now.tv_sec)) return false;
   // The microseconds as they are, so this field has three to six digits; those who read the log
   // reckon with it.
   prefix.Number(static_cast<int>(now.tv_usec), 3) << L"] [" << srcFile;
   if (function != nullptr && *function != L'\0') prefix << L"-" << function;
   prefix << L"(";
   prefix.Number(static_cast<int>(line), 1) << L")]: ";
+  prefix.End();
   return true;
 }
 

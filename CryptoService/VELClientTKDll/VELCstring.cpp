@@ -99,6 +99,15 @@ void CStringT<Self, C>::Init() {
 }
 
 template <class Self, typename C>
+CStringT<Self, C>::CStringT(int n, const C* text) {
+  if (n > 0 && AllocText(n)) {
+    Copy(m_pchData, text, n);
+  } else {
+    Init();
+  }
+}
+
+template <class Self, typename C>
 BOOL CStringT<Self, C>::AllocText(int n) {
   if (n < 0) return FALSE;
   const size_t size = sizeof(Data) + (static_cast<size_t>(n) + 1) * sizeof(C);

@@ -112,9 +112,10 @@ class CStringT {
 
  protected:
   CStringT() { Init(); }
+  CStringT(int n, const C* text);
   CStringT(const CStringT&) = delete;
   CStringT& operator=(const CStringT&) = delete;
-  ~CStringT() { Release(); }
+  ~CStringT() { Release(GetData()); }
   void Assign(const Self& other);
   void Swap(Self& other);
 };

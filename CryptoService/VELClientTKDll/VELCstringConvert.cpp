@@ -39,9 +39,7 @@ int TextWithin(const C* text, int result, int limit) {
 
 }  // namespace
 
-CString::CString(const wchar_t* text) {
-  AssignCopy(SafeStrlen(text), text);
-}
+CString::CString(const wchar_t* text) : CStringT(SafeStrlen(text), text) {}
 
 CString& CString::operator=(const CString& other) {
   Assign(other);
@@ -91,9 +89,7 @@ BOOL CString::Format(const wchar_t* format, ...) try {
   return FALSE;
 }
 
-CStringA::CStringA(const char* text) {
-  AssignCopy(SafeStrlen(text), text);
-}
+CStringA::CStringA(const char* text) : CStringT(SafeStrlen(text), text) {}
 
 CStringA& CStringA::operator=(const CStringA& other) {
   Assign(other);
