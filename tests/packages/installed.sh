@@ -37,6 +37,12 @@ for package in "$@"; do
   names+=("$(dpkg-deb -f "$package" Package):$(dpkg-deb -f "$package" Architecture)")
 done
 
+same=$(for package in "$@"; do dpkg-deb -f "$package" Description | head -n 1; done | sort | uniq -d)
+if [ -n "$same" ]; then
+  echo "installed.sh: packages with the same summary: $same" >&2
+  exit 1
+fi
+
 inside() {
   local log=$stage/log
   chroot "$stage/system" env -i PATH="$PATH" LC_ALL=C.UTF-8 HOME=/tmp "$@" >"$log" 2>&1 </dev/null || {
