@@ -245,12 +245,17 @@ TEST_F(Pkcs11, KeysThatHideCountAsThereUntilALoginTells) {
   EXPECT_TRUE(m_identity->hasKey);
   EXPECT_EQ(Sign(kPin).code, 0xE000002Cu);
   ASSERT_EQ(List(), 0u);
+  EXPECT_FALSE(m_identities[0]->hasKey) << "the login for the signature has told";
   ASSERT_EQ(LogIn(), 0u);
   ASSERT_EQ(List(), 0u);
   EXPECT_FALSE(m_identities[0]->hasKey);
   ASSERT_TRUE(m_backend->LogOut(*m_identity).ok());
   ASSERT_EQ(List(), 0u);
   EXPECT_FALSE(m_identities[0]->hasKey) << "and what it told is remembered";
+  fakep11::Unplug("token");
+  fakep11::Plug(TokenWith(CertificateOnly(Rsa())));
+  ASSERT_EQ(List(), 0u);
+  EXPECT_TRUE(m_identities[0]->hasKey) << "until the token was away";
 }
 
 TEST_F(Pkcs11, CertificatesOfAuthoritiesHaveNoKeyAndGoWithTheirUsers) {

@@ -211,6 +211,17 @@ void Contents::MakeIdentities(const Seen& seen, const TokenNames& names,
   }
 }
 
+void Contents::Forget() {
+  m_handles.clear();
+  m_keyKnown.clear();
+}
+
+// A listing that took a missing key for one that hides is not to be repeated.
+void Contents::NoteKey(const std::string& certificateId, bool found) {
+  m_keyKnown[certificateId] = found;
+  if (!found) m_handles.clear();
+}
+
 CK_RV Contents::FindAll(const SessionHandle& session, Handles* handles) {
   const CK_RV result = FindObjects(session, Template(), handles);
   std::sort(handles->begin(), handles->end());

@@ -41,11 +41,12 @@ class Contents {
   CK_RV Refresh(const SessionHandle& session, bool loggedIn, const TokenNames& names,
                 const std::shared_ptr<Token>& token);
 
-  // The handles are void: the next Refresh reads everything again.
-  void Forget() { m_handles.clear(); }
+  // The token was away: the next Refresh reads everything again, and what was known of keys that
+  // hide may hold no longer.
+  void Forget();
 
-  // What came to light when the key was looked for.
-  void NoteKey(const std::string& certificateId, bool found) { m_keyKnown[certificateId] = found; }
+  // What came to light when the key was looked for, by somebody who is logged in.
+  void NoteKey(const std::string& certificateId, bool found);
 
   const std::vector<IdentityPtr>& identities() const { return m_identities; }
   const std::vector<Skipped>& skipped() const { return m_skipped; }
