@@ -42,14 +42,13 @@ void CloseToStatements() {
   for (int waited = 0; g_underWay.load() != 0 && waited < 1000; ++waited) SleepMillisecond();
 }
 
-// Without memory the line stays empty.
+// Fills an empty line; without memory it stays empty.
 void Join(CString& line, std::initializer_list<const wchar_t*> pieces) {
   size_t length = 0;
   for (const wchar_t* piece : pieces) length += wcslen(piece);
-  wchar_t* at = line.GetBuffer(static_cast<int>(length));
-  if (at == nullptr) return;
+  if (length == 0 || !line.AllocText(static_cast<int>(length))) return;
+  wchar_t* at = line.GetBuffer();
   for (const wchar_t* piece : pieces) at = wcpcpy(at, piece);
-  line.ReleaseBuffer(static_cast<int>(length));
 }
 
 // The manager that forked children have to put in order; null before and after its life.
@@ -210,7 +209,7 @@ CDebugLogMgr::LineSetting CDebugLogMgr::Setting() {
   } else if (staysOpen || wcscmp(m_folderMadeFor, m_strLogFileName) != 0) {
     m_folderMadeFor = setting.newName = m_strLogFileName;
   }
-  setting.header = m_strLogHeader;
+  if (!m_strLogHeader.IsEmpty()) setting.header = m_strLogHeader;
   return setting;
 }
 

@@ -326,6 +326,17 @@ TEST_F(DebugLogMgr, FolderOfTheFileIsCreatedForEveryLine) {
   }
 }
 
+TEST_F(DebugLogMgr, FolderOfAFileThatStaysOpenIsCreatedForEveryLine) {
+  Log().SetLogFileName(L"/tmp/made/log.txt");
+  Log().EnableGlobalMode(1);
+  Say(Log(), L"x");
+  EXPECT_EQ(AwaitLines("/tmp/made/log.txt", 1).size(), 1u);
+  remove("/tmp/made/log.txt");
+  EXPECT_EQ(rmdir("/tmp/made"), 0);
+  Say(Log(), L"y");
+  EXPECT_EQ(rmdir("/tmp/made"), 0);
+}
+
 // A full pipe holds the writer, so that lines wait.
 TEST_F(DebugLogMgr, FolderOfANewNameIsCreatedAmongWaitingLines) {
   ASSERT_EQ(mkfifo("/tmp/own.txt", 0600), 0);
