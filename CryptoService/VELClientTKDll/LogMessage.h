@@ -26,7 +26,6 @@ class LogMessage {
   LPCTSTR Text() const { return m_long != nullptr ? m_long.get() : m_short; }
 
  private:
-  bool FormatSimple(LPCTSTR format, va_list args);
   bool FormatLong(LPCTSTR format, va_list args);
 
   wchar_t m_short[256];  // most of them; hosts' threads may have small stacks
