@@ -38,8 +38,12 @@ bool Eventually(const std::function<bool()>& condition) {
 }
 
 Screen::Screen() {
-  StartTied(m_server, {"Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp"},
-            {});
+  // Without -noreset it begins anew when its last client leaves, and takes a window manager that
+  // comes just then with it.
+  StartTied(
+      m_server,
+      {"Xvfb", "-displayfd", "1", "-noreset", "-screen", "0", "800x600x24", "-nolisten", "tcp"},
+      {});
   while (m_name.empty() || m_name.back() != '\n') {
     char block[16];
     size_t count = 0;
