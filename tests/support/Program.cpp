@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
@@ -17,7 +18,7 @@
 
 namespace {
 
-const auto kPatience = std::chrono::seconds(60);
+const auto kPatience = std::chrono::seconds(200);
 
 [[noreturn]] void Fail(const std::string& what) {
   throw std::runtime_error(what + ": " + strerror(errno));
@@ -43,7 +44,6 @@ struct Pipe {
   int ends[2] = {-1, -1};
 };
 
-// The strings are laid out before fork: between fork and exec nothing may allocate.
 class Strings {
  public:
   explicit Strings(std::vector<std::string> texts) : m_texts(std::move(texts)) {
@@ -69,15 +69,32 @@ std::vector<std::string> EnvironmentOf(const Invocation& invocation) {
   return texts;
 }
 
-[[noreturn]] void Become(const Invocation& invocation, char** arguments, char** environment, int in,
-                         int out, int err) {
-  dup2(in, STDIN_FILENO);
-  dup2(out, STDOUT_FILENO);
-  dup2(err, STDERR_FILENO);
-  signal(SIGPIPE, SIG_DFL);
-  if (!invocation.folder.empty() && chdir(invocation.folder.c_str()) != 0) _exit(126);
-  execvpe(arguments[0], arguments, environment);
-  _exit(127);
+// Not by fork: a test may have threads, and handlers of forks that cannot work among them.
+pid_t Spawn(const Invocation& invocation, int in, int out, int err) {
+  Strings arguments(invocation.command);
+  Strings environment(EnvironmentOf(invocation));
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
+  if (!invocation.folder.empty()) {
+    posix_spawn_file_actions_addchdir_np(&actions, invocation.folder.c_str());
+  }
+  sigset_t pipe;
+  sigemptyset(&pipe);
+  sigaddset(&pipe, SIGPIPE);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigdefault(&attributes, &pipe);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  pid_t child = -1;
+  errno = posix_spawnp(&child, arguments.Get()[0], &actions, &attributes, arguments.Get(),
+                       environment.Get());
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
+  if (errno != 0) Fail(invocation.command[0]);
+  return child;
 }
 
 // Appends what is there; false at the end of the stream.
@@ -121,8 +138,6 @@ int Wait(pid_t child) {
 
 Outcome RunProgram(const Invocation& invocation) {
   signal(SIGPIPE, SIG_IGN);
-  Strings arguments(invocation.command);
-  Strings environment(EnvironmentOf(invocation));
   Pipe in, out, err;
   fcntl(in.ends[1], F_SETFL, O_NONBLOCK);
   int outFile = -1;
@@ -131,12 +146,8 @@ Outcome RunProgram(const Invocation& invocation) {
     if (outFile < 0) Fail(invocation.outPath);
   }
   if (invocation.outBroken) out.CloseRead();
-  const pid_t child = fork();
-  if (child < 0) Fail("fork");
-  if (child == 0) {
-    Become(invocation, arguments.Get(), environment.Get(), in.ends[0],
-           outFile >= 0 ? outFile : out.ends[1], err.ends[1]);
-  }
+  const pid_t child =
+      Spawn(invocation, in.ends[0], outFile >= 0 ? outFile : out.ends[1], err.ends[1]);
   if (outFile >= 0) close(outFile);
   in.CloseRead();
   out.CloseWrite();

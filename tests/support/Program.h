@@ -20,7 +20,7 @@ struct Invocation {
   std::string folder;      // to run in; empty: this one
 };
 
-// Throws std::runtime_error when the program cannot be started or runs for more than a minute.
+// Throws std::runtime_error when the program cannot be started or runs for minutes.
 Outcome RunProgram(const Invocation& invocation);
 
 // The standard output of a command that must succeed; throws with its standard error otherwise.
