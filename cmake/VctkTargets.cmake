@@ -31,7 +31,7 @@ function(vctk_guard_abi)
 endfunction()
 
 # vctk_test(NAME stem SOURCES file... [LIBS lib...] [LABELS label...] [ENV VAR=value...]
-#           [DEPENDS target...] [SANDBOX] [TIMEOUT seconds])
+#           [DEPENDS target...] [SANDBOX])
 # A gtest program `stem`, run by ctest under that name. SANDBOX gives it a mount and network
 # namespace of its own in which /tmp is empty, /var, /opt and /usr/local may be added to, and
 # the loopback interface is up (tests/support/sandbox.cpp). What the thread sanitizer can learn from
@@ -42,7 +42,7 @@ add_custom_target(thread_tests)
 set(tsan_options halt_on_error=1:die_after_fork=0)
 set(no_dialog VEL_PINENTRY=/nonexistent/pinentry VEL_CERT_DIALOG=none)
 function(vctk_test)
-  cmake_parse_arguments(T "SANDBOX" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS;ENV;DEPENDS" ${ARGN})
+  cmake_parse_arguments(T "SANDBOX" "NAME" "SOURCES;LIBS;LABELS;ENV;DEPENDS" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})
   target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} vctk_warnings GTest::gmock GTest::gtest_main)
   set_target_properties(${T_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests)
@@ -61,12 +61,9 @@ function(vctk_test)
         ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR} -- ${command})
   endif()
   add_test(NAME ${T_NAME} COMMAND ${command})
-  if(NOT T_TIMEOUT)
-    set(T_TIMEOUT 300)
-  endif()
   set_tests_properties(${T_NAME} PROPERTIES
-    LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT} SKIP_RETURN_CODE 77
-    ENVIRONMENT "LC_ALL=C.UTF-8;TZ=UTC;TSAN_OPTIONS=${tsan_options};${no_dialog};${T_ENV}")
+    LABELS "${T_LABELS}" TIMEOUT 900 SKIP_RETURN_CODE 77
+    ENVIRONMENT "LC_ALL=C.UTF-8;LANGUAGE=;TZ=UTC;TSAN_OPTIONS=${tsan_options};${no_dialog};${T_ENV}")
   set(cases ${VCTK_NOT_EMULATED})
   list(FILTER cases INCLUDE REGEX "^${T_NAME} ")
   list(TRANSFORM cases REPLACE "^[^ ]+ +([^ ]+) .*" "\\1")

@@ -13,8 +13,8 @@ using velcrypto::ChildProgram;
 
 namespace {
 
-ChildProgram::Deadline InAMinute() {
-  return ChildProgram::Clock::now() + std::chrono::minutes(1);
+ChildProgram::Deadline Soon() {
+  return ChildProgram::Clock::now() + std::chrono::minutes(3);
 }
 
 // Programs that end with this one, however it ends.
@@ -29,7 +29,7 @@ void StartTied(ChildProgram& program, std::vector<std::string> command,
 }  // namespace
 
 bool Eventually(const std::function<bool()>& condition) {
-  const ChildProgram::Deadline deadline = InAMinute();
+  const ChildProgram::Deadline deadline = Soon();
   while (!condition()) {
     if (ChildProgram::Clock::now() > deadline) return false;
     usleep(20 * 1000);
@@ -47,7 +47,7 @@ Screen::Screen() {
   while (m_name.empty() || m_name.back() != '\n') {
     char block[16];
     size_t count = 0;
-    if (m_server.Read(block, sizeof(block), &count, InAMinute()) != ChildProgram::Io::kDone) {
+    if (m_server.Read(block, sizeof(block), &count, Soon()) != ChildProgram::Io::kDone) {
       throw std::runtime_error("Xvfb does not start");
     }
     m_name.append(block, count);

@@ -332,7 +332,7 @@ TEST_F(DeviceManagerPin, AForkedChildAsksForItself) {
   ASSERT_EQ(SignAfter({RightPin()}), kOk);
   const pid_t child = fork();
   if (child == 0) {
-    alarm(60);
+    alarm(200);
     CSmartBuffer signature;
     _exit(SignWith(m_manager, m_certificate, &signature) == 0 ? 0 : 1);
   }

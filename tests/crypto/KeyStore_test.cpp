@@ -14,6 +14,7 @@
 #include <fstream>
 #include <thread>
 
+#include "Eventually.h"
 #include "KeyMaker.h"
 
 using keymaker::Bytes;
@@ -102,8 +103,7 @@ TEST_F(KeyStore, ATryIsSpentBeforeItIsMade) {
   PKCS12_free(file);
   const pid_t child = fork();
   if (child == 0) _exit(LogIn(kPin) == 0 ? 0 : 1);
-  for (int i = 0; i < 2000 && TriesLeft() == 10; ++i) usleep(10000);
-  EXPECT_EQ(TriesLeft(), 9u);
+  EXPECT_TRUE(Eventually([this] { return TriesLeft() == 9; }));
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, WNOHANG), 0) << "the try is still being made";
   kill(child, SIGKILL);

@@ -39,7 +39,7 @@ class LibraryTest : public testing::Test {
   static int InChild(Work work) {
     const pid_t child = fork();
     if (child == 0) {
-      alarm(30);
+      alarm(200);
       _exit(work());
     }
     int status = -1;

@@ -22,7 +22,7 @@ TEST(Time, TicksFollowAWaitAndNeverGoBack) {
   nanosleep(&wait, nullptr);
   const DWORD end = GetTickCount();
   EXPECT_GE(end - start, 29u);
-  EXPECT_LT(end - start, 5000u);
+  EXPECT_LT(end - start, 20000u);
   DWORD last = end;
   for (int i = 0; i < 100000; ++i) {
     const DWORD now = GetTickCount();

@@ -3,9 +3,9 @@
 #include <functional>
 #include <thread>
 
-// Waits up to a minute; false when it did not come true.
+// Waits up to two minutes; false when it did not come true.
 inline bool Eventually(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(120);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

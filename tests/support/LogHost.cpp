@@ -1,6 +1,5 @@
 #include "LogHost.h"
 
-#include <dirent.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -56,24 +55,10 @@ int RunHost(const std::function<void()>& body) {
     exit(0);
   }
   int status = 0;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(240);
   while (waitpid(child, &status, WNOHANG) == 0) {
     if (std::chrono::steady_clock::now() > end) kill(-child, SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
-
-std::set<std::string> Threads() {
-  std::set<std::string> names;
-  DIR* const tasks = opendir("/proc/self/task");
-  while (const dirent* entry = readdir(tasks)) {
-    if (entry->d_name[0] != '.') names.insert(entry->d_name);
-  }
-  closedir(tasks);
-  return names;
-}
-
-size_t ThreadCount() {
-  return Threads().size();
 }

@@ -3,11 +3,11 @@
 #include <sys/types.h>
 
 #include <functional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "Eventually.h"
+#include "Traces.h"
 
 std::string Slurp(const std::string& path);
 void Spill(const std::string& path, const std::string& text);
@@ -21,9 +21,5 @@ std::vector<std::string> LogLines(const std::string& path);
 std::vector<std::string> AwaitLines(const std::string& path, size_t count);
 
 // Runs `body` in a forked process that then ends through exit(), destructors and all. Its exit
-// code, or 1000 and the signal; more than two minutes count as signal 9.
+// code, or 1000 and the signal; more than four minutes count as signal 9.
 int RunHost(const std::function<void()>& body);
-
-// The numbers of the process's threads. One that was joined may be among them for a moment.
-std::set<std::string> Threads();
-size_t ThreadCount();

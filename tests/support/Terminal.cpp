@@ -41,7 +41,7 @@ Terminal::~Terminal() {
 // A pseudo-terminal whose program has ended reads as EIO.
 bool Terminal::TakeMore() {
   pollfd polled = {m_file, POLLIN, 0};
-  const int ready = poll(&polled, 1, 30000);
+  const int ready = poll(&polled, 1, 200000);
   if (ready < 0 && errno == EINTR) return true;
   if (ready == 0) throw std::runtime_error("nothing more is shown; so far: " + m_shown);
   char block[4096];

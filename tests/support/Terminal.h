@@ -15,8 +15,8 @@ class Terminal {
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
 
-  // All that was shown until the text appears; throws when the program ends or half a minute
-  // passes without it.
+  // All that was shown until the text appears; throws when the program ends or shows
+  // nothing for minutes without it.
   std::string WaitFor(const std::string& text);
 
   void Type(const std::string& keys);

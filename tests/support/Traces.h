@@ -1,11 +1,13 @@
 #pragma once
-// What an operation may leave behind in its process: children and descriptors.
+// What an operation may leave behind in its process: children, descriptors and threads.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <filesystem>
 #include <iterator>
+#include <set>
+#include <string>
 
 #include "Eventually.h"
 
@@ -18,6 +20,32 @@ inline size_t OpenDescriptors() {
 inline bool DescriptorsAreBackTo(size_t before) {
   return Eventually([before] { return OpenDescriptors() <= before; });
 }
+
+// The numbers of the process's threads. One that was joined may be among them for a moment.
+inline std::set<std::string> Threads() {
+  std::set<std::string> numbers;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    numbers.insert(task.path().filename());
+  }
+  return numbers;
+}
+
+inline size_t ThreadCount() {
+  return Threads().size();
+}
+
+// The threads that have begun since it was made and have not ended.
+class NewThreads {
+ public:
+  size_t Count() const {
+    size_t count = 0;
+    for (const std::string& thread : Threads()) count += 1 - m_before.count(thread);
+    return count;
+  }
+
+ private:
+  const std::set<std::string> m_before = Threads();
+};
 
 // Expects at its end no more descriptors than at its beginning, and no child, ended or not.
 class NoTraces {

@@ -133,6 +133,7 @@ int main(int argc, char** argv) {
   char here[4096];
   if (getcwd(here, sizeof(here)) != nullptr && chdir(here) != 0) Give(1, here);
   setenv("HOME", "/tmp", 1);
+  unsetenv("TMPDIR");  // perhaps a folder below the /tmp that is covered now
   execv(argv[at + 1], argv + at + 1);
   Give(1, argv[at + 1]);
 }

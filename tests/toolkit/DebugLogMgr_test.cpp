@@ -43,6 +43,13 @@ using testing::StartsWith;
 const char kLog[] = "/tmp/PILog.txt";
 const char kLevelFile[] = "/var/log.ini";
 
+// By the clock that lines are dated from; that of time() is behind it.
+time_t Now() {
+  timespec now = {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return now.tv_sec;
+}
+
 // One line through a manager of the test's own.
 void Say(CDebugLogMgr& log, int level, LPCTSTR type, LPCTSTR file, LPCTSTR function, DWORD line,
          LPCTSTR format, ...) {
@@ -134,7 +141,7 @@ TEST_F(DebugLogMgr, FieldsStandInThisOrder) {
 }
 
 TEST_F(DebugLogMgr, LineNamesProcessThreadTimePlaceAndFunction) {
-  const time_t before = time(nullptr);
+  const time_t before = Now();
   Say(Log(), 3, L"[ERROR] ", L"VelFile.cpp", L"OpenFile", 77, L"code %d", 5);
   const std::vector<std::string> lines = AwaitLines(kLog, 1);
   ASSERT_EQ(lines.size(), 1u);
@@ -150,7 +157,7 @@ TEST_F(DebugLogMgr, LineNamesProcessThreadTimePlaceAndFunction) {
   ASSERT_NE(strptime(lines[0].c_str() + date, "%Y-%m-%d %H:%M:%S", &written), nullptr);
   const time_t at = timegm(&written);
   EXPECT_GE(at, before);
-  EXPECT_LE(at, time(nullptr));
+  EXPECT_LE(at, Now());
 }
 
 TEST_F(DebugLogMgr, LineNumbersPrintAsIntegersOf32Bits) {
@@ -590,17 +597,12 @@ TEST_F(DebugLogMgr, DisabledOutputIsNotConsulted) {
 }
 
 TEST_F(DebugLogMgr, HasOneWriterThread) {
-  const std::set<std::string> before = Threads();
-  const auto added = [&] {
-    std::set<std::string> now = Threads();
-    for (const std::string& thread : before) now.erase(thread);
-    return now.size();
-  };
+  const NewThreads added;
   EXPECT_EQ(Log().CreateWriteLogThread(), 1);
   EXPECT_EQ(Log().CreateWriteLogThread(), 1);
-  EXPECT_EQ(added(), 1u);
+  EXPECT_EQ(added.Count(), 1u);
   EndLog();
-  EXPECT_TRUE(Eventually([&] { return added() == 0; }));
+  EXPECT_TRUE(Eventually([&] { return added.Count() == 0; }));
 }
 
 TEST_F(DebugLogMgr, DestructionWaitsASecondAndClosesTheEvent) {

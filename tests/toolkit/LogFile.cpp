@@ -2,10 +2,10 @@
 
 #include <regex.h>
 
-#include <chrono>
 #include <fstream>
 #include <iterator>
-#include <thread>
+
+#include "Eventually.h"
 
 std::string LogContent() {
   std::ifstream file("/tmp/PILog.txt", std::ios::binary);
@@ -13,18 +13,17 @@ std::string LogContent() {
 }
 
 std::string LogOnceItHas(const std::string& text, size_t from) {
-  using Clock = std::chrono::steady_clock;
-  for (const auto end = Clock::now() + std::chrono::seconds(10); Clock::now() < end;) {
+  std::string found;
+  Eventually([&] {
     const std::string content = LogContent();
     const size_t start = from < content.size() ? from : content.size();
     const size_t at = content.find(text, start);
     // The line is complete when its end has been written.
-    if (at != std::string::npos && content.find("\r\n\r\n", at) != std::string::npos) {
-      return content.substr(start);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return "";
+    if (at == std::string::npos || content.find("\r\n\r\n", at) == std::string::npos) return false;
+    found = content.substr(start);
+    return true;
+  });
+  return found;
 }
 
 bool HasLogLine(const std::string& log, const std::string& level, const std::string& place,

@@ -46,8 +46,9 @@ TEST_F(OddModules, WhatAModulePrintsIsNoPartOfTheOutput) {
 }
 
 TEST_F(OddModules, OnATerminalTheUserSeesThatASlowModuleIsWaitedFor) {
-  Terminal terminal(With("C_GetSlotList sleep 1200", {"certs"}));
+  Terminal terminal(With("C_GetSlotList await " + Folder().File("go"), {"certs"}));
   terminal.WaitFor(kNotice);
+  Have("go", "");
   const Outcome outcome = terminal.Finish();
   EXPECT_EQ(outcome.exitCode, kDone);
   const size_t wiped = outcome.out.find("\r\x1B[K");

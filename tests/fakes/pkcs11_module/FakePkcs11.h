@@ -46,6 +46,7 @@ struct Fault {
   unsigned call = 0;          // 0: each; 1: the next ...
   CK_RV result = CKR_OK;      // other than CKR_OK: returned
   unsigned milliseconds = 0;  // to sleep before
+  std::string awaits;         // a file, before it goes on
   bool hangs = false;         // until Reset
   bool crashes = false;
   std::string prints;   // to standard output

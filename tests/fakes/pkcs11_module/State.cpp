@@ -26,6 +26,7 @@ State* FromEnvironment() {
     std::string what, value;
     std::istringstream(order) >> fault.function >> what >> value;
     if (what == "sleep") fault.milliseconds = static_cast<unsigned>(std::stoul(value));
+    if (what == "await") fault.awaits = value;
     if (what == "print") fault.prints = value;
     if (what == "return") fault.result = std::stoul(value, nullptr, 0);
     fault.crashes = what == "crash";
@@ -82,9 +83,10 @@ Call::Call(const char* function, bool needsInitialized) {
     fputs(fault.prints.c_str(), stdout);
     fflush(stdout);
   }
-  if (fault.milliseconds > 0) {
+  if (fault.milliseconds > 0 || !fault.awaits.empty()) {
     lock.unlock();
     std::this_thread::sleep_for(std::chrono::milliseconds(fault.milliseconds));
+    while (!fault.awaits.empty() && access(fault.awaits.c_str(), F_OK) != 0) usleep(2000);
     lock.lock();
   }
   if (fault.hangs) {
