@@ -1,9 +1,12 @@
 // The road of a signature whose PIN the user is asked for, through the exported functions.
 #include <gmock/gmock.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "Identities.h"
 #include "PinentryScript.h"
@@ -115,4 +118,32 @@ TEST_P(PinDialog, FailuresKeepTheirCodesAndTexts) {
   EXPECT_EQ(static_cast<unsigned>(VCTK_P7SignFromP1(m_handle, kContent, 0, 0)), 0xE000005Au);
   m_script.Play(std::vector<std::string>(10, "GETPIN pin wrong"));
   EXPECT_EQ(static_cast<unsigned>(VCTK_P1Sign(m_handle, kContent, 0)), 0xE0000057u);
+}
+
+// The host forks from one thread while another's dialog is open.
+TEST_P(PinDialog, AForkMeanwhileDisturbsNeitherProcess) {
+  m_script.Play({"GETPIN create " + m_folder.File("asked"), "GETPIN await " + m_folder.File("go"),
+                 std::string("GETPIN pin ") + Identities::kPin});
+  int code = -1;
+  std::thread asking([&] { code = VCTK_P1Sign(m_handle, kContent, 0); });
+  while (!std::filesystem::exists(m_folder.File("asked"))) usleep(2000);
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+#ifdef __SANITIZE_ADDRESS__  // a fork may leave its heap locked
+    _exit(0);
+#else
+    const HANDLE own = VCTK_Initialize(kKeyList);
+    _exit(VCTK_P1SignWithPin(own, Key().serial.c_str(), Identities::kPin, kContent, 0) == 0 ? 0
+                                                                                            : 1);
+#endif
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0) << "the child has nothing of the dialog to wait for";
+  WriteText(m_folder.File("go"), "");
+  asking.join();
+  EXPECT_EQ(code, 0);
+  ExpectVerified("p1", Get(VCTK_GetP1SignResult));
+  EXPECT_EQ(Dialogs(), 1u);
 }

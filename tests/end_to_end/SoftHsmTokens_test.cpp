@@ -6,10 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 #include "Identities.h"
+#include "PinentryScript.h"
 #include "Program.h"
 #include "SoftHsm.h"
 #include "vctk.h"
@@ -203,7 +205,7 @@ TEST_F(SoftHsmTokens, AHostThatForksSignsInBothProcesses) {
   EXPECT_EQ(session.SignWithPin(serial, kPin), 0);
 }
 
-TEST_F(SoftHsmTokens, ATokenThatIsDeletedAndMadeAgainIsSeenEachTime) {
+TEST_F(SoftHsmTokens, ATokenThatIsDeletedAndMadeAgainIsSeenEachTimeAndMissedInTheDialog) {
   const Session session;
   const World::Signer signer = m_world.Make(2048, "李四");
   ASSERT_EQ(session.SignWithPin(m_world.signers[1].serial, kPin), 0);
@@ -216,4 +218,20 @@ TEST_F(SoftHsmTokens, ATokenThatIsDeletedAndMadeAgainIsSeenEachTime) {
   EXPECT_THAT(session.List(), HasSubstr(signer.serial));
   ASSERT_EQ(session.SignWithPin(signer.serial, kPin), 0);
   ExpectSignature(session.Get(VCTK_GetP1SignResultWithPin), signer.certificate);
+
+  // The module sees no token that comes beside another, so it is this one that goes once more.
+  const TemporaryFolder folder;
+  const PinentryScript script(folder.Path());
+  script.Play({"GETPIN create " + folder.File("asked"), "GETPIN await " + folder.File("go"),
+               std::string("GETPIN pin ") + kPin});
+  ASSERT_EQ(VCTK_SetCert(session, signer.serial.c_str()), 1);
+  int code = 0;
+  std::thread asking([&] { code = VCTK_P7SignStrEx(session, "abc", 0, 0, 1); });
+  while (!std::filesystem::exists(folder.File("asked"))) usleep(2000);
+  m_world.hsm.DeleteToken("fresh");
+  WriteText(folder.File("go"), "");
+  asking.join();
+  EXPECT_EQ(static_cast<unsigned>(code), 0xE0000042u);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+  EXPECT_EQ(session.List(), "");
 }
