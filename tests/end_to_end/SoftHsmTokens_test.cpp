@@ -14,6 +14,7 @@
 #include "PinentryScript.h"
 #include "Program.h"
 #include "SoftHsm.h"
+#include "Traces.h"
 #include "vctk.h"
 
 using ::testing::HasSubstr;
@@ -194,9 +195,10 @@ TEST_F(SoftHsmTokens, AHostThatForksSignsInBothProcesses) {
   const Session session;
   const std::string serial = m_world.signers[1].serial;
   ASSERT_EQ(session.SignWithPin(serial, kPin), 0);
+  ASSERT_TRUE(Eventually(OtherThreadsWait)) << "the log is written";
   const pid_t child = fork();
   if (child == 0) {
-    alarm(60);
+    alarm(200);
     _exit(session.SignWithPin(serial, kPin) & 0xFF);
   }
   int status = -1;

@@ -3,8 +3,10 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <set>
 #include <string>
@@ -32,6 +34,19 @@ inline std::set<std::string> Threads() {
 
 inline size_t ThreadCount() {
   return Threads().size();
+}
+
+// Whether all threads but this one wait for something. One that works may hold locks of the address
+// sanitizer's allocator, which a forked child would wait for in vain.
+inline bool OtherThreadsWait() {
+  for (const std::string& thread : Threads()) {
+    std::ifstream file("/proc/self/task/" + thread + "/stat");
+    const std::string stat(std::istreambuf_iterator<char>(file), {});
+    const size_t end = stat.rfind(')');  // of the name, which the state follows
+    const bool waits = end == std::string::npos || stat.compare(end, 3, ") S") == 0;
+    if (!waits && thread != std::to_string(gettid())) return false;
+  }
+  return true;
 }
 
 // The threads that have begun since it was made and have not ended.

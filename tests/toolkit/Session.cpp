@@ -6,9 +6,11 @@
 
 #include "DebugLogMgr.h"
 #include "LogFile.h"
+#include "Traces.h"
 
 bool HoldsInFreshProcess(const std::function<void()>& code) {
   fflush(stdout);
+  EXPECT_TRUE(Eventually(OtherThreadsWait));
   const pid_t child = fork();
   if (child == 0) {
     code();
