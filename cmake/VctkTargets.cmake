@@ -79,9 +79,13 @@ function(vctk_program target variable)
   set(program $<TARGET_FILE:${target}>)
   if(CMAKE_CROSSCOMPILING_EMULATOR)
     set(script ${CMAKE_BINARY_DIR}/bin/emulated/${target})
-    file(GENERATE OUTPUT ${script}
-         CONTENT "#!/bin/sh\nexec ${CMAKE_CROSSCOMPILING_EMULATOR} ${program} \"$@\"\n"
-         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    get_property(made GLOBAL PROPERTY VCTK_SCRIPT_OF_${target})
+    if(NOT made)
+      file(GENERATE OUTPUT ${script}
+           CONTENT "#!/bin/sh\nexec ${CMAKE_CROSSCOMPILING_EMULATOR} ${program} \"$@\"\n"
+           FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+      set_property(GLOBAL PROPERTY VCTK_SCRIPT_OF_${target} YES)
+    endif()
     set(program ${script})
   endif()
   set(${variable} ${program} PARENT_SCOPE)
