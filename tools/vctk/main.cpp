@@ -38,7 +38,10 @@ std::string LocaleOfMessages() {
 void EnsureUtf8() {
   if (setlocale(LC_ALL, "") != nullptr && strcmp(nl_langinfo(CODESET), "UTF-8") == 0) return;
   const std::string locale = LocaleOfMessages();
-  setenv("LANGUAGE", locale.substr(0, locale.find('.')).c_str(), 0);
+  const char* const wanted = getenv("LANGUAGE");
+  if (wanted == nullptr || *wanted == '\0') {
+    setenv("LANGUAGE", locale.substr(0, locale.find('.')).c_str(), 1);
+  }
   setenv("LC_ALL", "C.UTF-8", 1);
   setlocale(LC_ALL, "");
 }
