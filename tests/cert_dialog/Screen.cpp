@@ -83,6 +83,7 @@ Screen::Window Screen::WaitForWindow(const std::string& title) const {
   Window window;
   std::string pattern = title;
   for (char& c : pattern) c = c == ' ' ? '.' : c;
+  int looks = 0;
   const bool found = Eventually([&] {
     std::istringstream(Do("search --onlyvisible --name ^" + pattern + "$")) >> window.id;
     if (window.id.empty()) {
@@ -91,10 +92,14 @@ Screen::Window Screen::WaitForWindow(const std::string& title) const {
       Do("set_desktop 0");
       return false;
     }
-    std::string active;
+    std::string active, focused;
     std::istringstream(Do("getactivewindow")) >> active;
+    std::istringstream(Do("getwindowfocus -f")) >> focused;
     if (active != window.id) Do("windowactivate " + window.id);
-    return active == window.id;
+    // Twice, for a manager may still be placing it; keys would be lost meanwhile.
+    const bool settled = active == window.id && focused == window.id;
+    looks = settled ? looks + 1 : 0;
+    return looks == 2;
   });
   if (!found) throw std::runtime_error("there is no window " + title);
   std::istringstream lines(Do("getwindowgeometry --shell " + window.id));
