@@ -21,10 +21,8 @@ else()
 endif()
 
 if(VCTK_PACKAGES)
-  # What is built does not tell in which folder it was built. A compiler cache may make paths relative.
-  file(RELATIVE_PATH up ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR})
-  string(REGEX REPLACE "/$" "" up ${up})
-  foreach(folder ${CMAKE_SOURCE_DIR}=. ${up}=. ${CMAKE_BINARY_DIR}=build)
+  # What is built does not tell in which folder it was built.
+  foreach(folder ${CMAKE_SOURCE_DIR}=. ${CMAKE_BINARY_DIR}=build)
     add_compile_options(-ffile-prefix-map=${folder})
   endforeach()
   set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
@@ -34,8 +32,10 @@ if(VCTK_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
+# Packages are compiled anew: a cache may write other paths into the debug information, and a second
+# build that takes the objects of the first proves nothing.
 find_program(VCTK_CCACHE ccache)
-if(VCTK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+if(VCTK_CCACHE AND NOT VCTK_PACKAGES AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_C_COMPILER_LAUNCHER ${VCTK_CCACHE})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${VCTK_CCACHE})
 endif()
