@@ -134,3 +134,21 @@ inline Value ScanValue(const wchar_t* p, const wchar_t* blocksEnd, bool instruct
 }
 
 }  // namespace markup_scan
+
+inline bool TokenPos::BeginsName(const wchar_t* name) const {
+  if ((m_nTokenFlags & MarkupFlags::MDF_IGNORECASE) != 0) {
+    return StrNIACmp(GetTokenPtr(), name, Length()) == 0;
+  }
+  const wchar_t* const end = GetTokenPtr() + Length();
+  for (const wchar_t* p = GetTokenPtr(); p != end; ++p, ++name) {  // a few: a call takes longer
+    if (*p != *name) return false;
+  }
+  return true;
+}
+
+// No character of the token ends a name, so this goes nowhere behind the name's end.
+inline bool TokenPos::MatchTag(const wchar_t* name) const {
+  if (!BeginsName(name)) return false;
+  const wchar_t next = name[Length()];
+  return markup_scan::IsNameEnd(next) || next == L'[' || next == L']';
+}

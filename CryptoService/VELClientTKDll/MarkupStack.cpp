@@ -1,5 +1,7 @@
 #include "MarkupStack.h"
 
+#include "MarkupScan.h"
+
 ElemStack::ElemStack(const TokenPos& token, const ElemPosTree& tree)
     : m_pDocText(token.m_pDocText),
       m_bIgnoreCase((token.m_nTokenFlags & MDF_IGNORECASE) != 0),

@@ -21,25 +21,8 @@ int TokenPos::StrNIACmp(const wchar_t* p1, const wchar_t* p2, int nLen) {
   return 0;
 }
 
-inline bool TokenPos::BeginsName(const wchar_t* name) const {
-  const wchar_t* const token = GetTokenPtr();
-  const int length = Length();
-  if ((m_nTokenFlags & MDF_IGNORECASE) != 0) return StrNIACmp(token, name, length) == 0;
-  for (int i = 0; i < length; ++i) {  // a few, for which a call takes longer
-    if (token[i] != name[i]) return false;
-  }
-  return true;
-}
-
 bool TokenPos::Match(const wchar_t* name) const {
   return BeginsName(name) && MayFollowName(name[Length()]);
-}
-
-// No character of the token ends a name, so this goes nowhere behind the name's end.
-bool TokenPos::MatchTag(const wchar_t* name) const {
-  if (!BeginsName(name)) return false;
-  const wchar_t next = name[Length()];
-  return IsNameEnd(next) || next == L'[' || next == L']';
 }
 
 inline void TokenPos::ReadName() {

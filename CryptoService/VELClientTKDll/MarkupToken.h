@@ -63,7 +63,8 @@ struct TokenPos {
   // The name begins with the token and ends there or goes on with one of " =/[]".
   bool Match(const wchar_t* name) const;
   // The same for the name that begins at a place in a document and ends with its name characters.
-  bool MatchTag(const wchar_t* name) const;
+  // MarkupScan.h has the body: it is called for each end tag.
+  inline bool MatchTag(const wchar_t* name) const;
 
   // From now on faults come without a result element, whose making takes longer than the parsing.
   void OmitResults() { m_bResults = false; }
@@ -106,7 +107,7 @@ struct TokenPos {
   enum : int { COPY_PIECE = 1 << 20 };
 
   void CopyPiece();
-  bool BeginsName(const wchar_t* name) const;
+  inline bool BeginsName(const wchar_t* name) const;
   void ReadName();
   int EndNode(NodePos& node, int nNodeType, const wchar_t* end);
   int Unterminated(NodePos& node, const wchar_t* kind);
