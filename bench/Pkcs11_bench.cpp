@@ -1,16 +1,17 @@
 // SoftHSM, RSA of 2048 bits: signatures and listings through the library beside the bare calls of
-// PKCS#11, in turns within each iteration, in one process.
+// PKCS#11, in one process. Needs a quiet machine.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <p11-kit/pkcs11.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 
-#include <algorithm>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "InTurns.h"
 #include "KeyMaker.h"
 #include "vctk.h"
 #include "VELUsbKeyDll.h"
@@ -235,33 +236,19 @@ size_t BareListing(CK_SESSION_HANDLE session) {
   return count;
 }
 
-// Processor time of all threads: the machine may have other work.
-double Now() {
-  timespec time = {};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
-}
-
-// Medians of both, so that other work on the machine hits neither side alone.
+// Elapsed time in turns. Processor time of all threads apart from it, one side after the other, for
+// the library's listing thread stays awake for a moment after a listing.
 template <typename Ours, typename Bare>
 void InTurns(benchmark::State& state, Ours ours, Bare bare) {
-  std::vector<double> mine, theirs;
-  for (auto _ : state) {
-    const double start = Now();
-    ours();
-    const double middle = Now();
-    bare();
-    const double end = Now();
-    mine.push_back(middle - start);
-    theirs.push_back(end - middle);
-  }
-  const auto median = [](std::vector<double>* all) {
-    std::nth_element(all->begin(), all->begin() + static_cast<long>(all->size() / 2), all->end());
-    return (*all)[all->size() / 2];
+  RunInTurns(
+      state, 1, [&] { return SecondsOf(CLOCK_MONOTONIC, ours); },
+      [&] { return SecondsOf(CLOCK_MONOTONIC, bare); });
+  const auto processorTime = [&](auto& work) {
+    return SecondsOf(CLOCK_PROCESS_CPUTIME_ID, [&] {
+      for (int64_t i = 0; i < state.max_iterations; ++i) work();
+    });
   };
-  state.counters["ours_ms"] = median(&mine);
-  state.counters["bare_ms"] = median(&theirs);
-  state.counters["ratio"] = median(&mine) / median(&theirs);
+  state.counters["cpu_ratio"] = processorTime(ours) / processorTime(bare);
 }
 
 std::string ModuleBase64() {
@@ -329,29 +316,54 @@ void LoggedIn(benchmark::State& state) {
 }
 
 // Tokens of 1, 10 and 100 certificates are plugged in one after the other; both sides read all.
-void Listing(benchmark::State& state) {
+// After a pause threads and processors sleep.
+void ListAfter(benchmark::State& state, std::chrono::milliseconds pause) {
   Hsm& hsm = TheHsm();
-  if (state.range(0) > 1) hsm.Fill(static_cast<int>(state.range(0)) / 11 * 10);
+  const int64_t certificates = state.range(0);
+  if (certificates == 11 && hsm.slots.size() < 2) hsm.Fill(10);
+  if (certificates == 111 && hsm.slots.size() < 3) hsm.Fill(100);
   auto manager = NewManager();
   std::vector<CK_SESSION_HANDLE> sessions;
   for (size_t i = 0; i < hsm.slots.size(); ++i) sessions.push_back(hsm.Open(i));
   const auto ours = [&] {
-    CSmartList<tag_VEL_CERT_INFO> certificates;
-    manager->GetCertList(nullptr, &certificates);
-    Must(certificates.GetCount() == state.range(0), "all certificates");
+    CSmartList<tag_VEL_CERT_INFO> list;
+    manager->GetCertList(nullptr, &list);
+    Must(list.GetCount() == certificates, "all certificates");
   };
   const auto bare = [&] {
     size_t count = 0;
     for (const CK_SESSION_HANDLE session : sessions) count += BareListing(session);
-    Must(count == static_cast<size_t>(state.range(0)), "all certificates");
+    Must(count == static_cast<size_t>(certificates), "all certificates");
   };
   ours();
-  InTurns(state, ours, bare);
+  if (pause.count() == 0) {
+    InTurns(state, ours, bare);
+  } else {
+    const auto rested = [&](auto& work) {
+      std::this_thread::sleep_for(pause);
+      return SecondsOf(CLOCK_MONOTONIC, work);
+    };
+    RunInTurns(
+        state, 1, [&] { return rested(ours); }, [&] { return rested(bare); });
+  }
   for (const CK_SESSION_HANDLE session : sessions) hsm.p11->C_CloseSession(session);
+}
+
+void ListingAfterAPause(benchmark::State& state) {
+  ListAfter(state, std::chrono::milliseconds(2));
+}
+
+void Listing(benchmark::State& state) {
+  ListAfter(state, std::chrono::milliseconds(0));
 }
 
 BENCHMARK(P1SignWithPin)->Unit(benchmark::kMillisecond)->Iterations(200)->UseRealTime();
 BENCHMARK(LoggedIn)->Unit(benchmark::kMillisecond)->Iterations(300)->UseRealTime();
+BENCHMARK(ListingAfterAPause)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(300)
+    ->UseRealTime();
 BENCHMARK(Listing)
     ->Arg(1)
     ->Arg(11)

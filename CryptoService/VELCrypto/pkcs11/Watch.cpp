@@ -29,6 +29,22 @@ class SignalsBlocked {
   sigset_t m_before;
 };
 
+// A sleeping thread takes longer to wake than a small listing takes, and waking it costs about the
+// processor time that waiting awake costs. So both sides stay awake for a while, unless the work is
+// so long that the wake does not matter.
+const std::chrono::microseconds kAwake(100);
+
+// Whether it holds before it is time to sleep. Whoever else has work for the processor gets it.
+template <typename Condition>
+bool HoldsSoon(Condition&& condition) {
+  const auto end = Watch::Clock::now() + kAwake;
+  while (!condition()) {
+    if (Watch::Clock::now() >= end) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
 }  // namespace
 
 void Watch::CallBegins() {
@@ -53,20 +69,30 @@ bool Watch::WaitFor(Lock& lock, Condition&& condition) {
 void Watch::Do(Desk& desk, Task& task, Lock& lock) {
   lock.unlock();
   t_desk = &desk;
+  const auto start = Clock::now();
   Outcome outcome = Contained(task.work);
+  const bool quick = Clock::now() - start < kAwake;
   t_desk = nullptr;
   task.work = nullptr;
   lock.lock();
+  desk.quick = quick;
   task.outcome = std::move(outcome);
-  task.done = true;
   desk.current.reset();
+  task.done = true;
   desk.ended.notify_all();
 }
 
 void Watch::Serve(const std::shared_ptr<Desk>& desk, unsigned number) {
   Lock lock(desk->mutex);
+  const auto called = [&] { return desk->server != number || desk->current != nullptr; };
   for (;;) {
-    desk->given.wait(lock, [&] { return desk->server != number || desk->current != nullptr; });
+    if (desk->quick && !called()) {
+      const unsigned calls = desk->calls;
+      lock.unlock();
+      HoldsSoon([&] { return desk->calls != calls; });
+      lock.lock();
+    }
+    desk->given.wait(lock, called);
     if (desk->server != number) return;
     const std::shared_ptr<Task> task = desk->current;
     Do(*desk, *task, lock);
@@ -84,6 +110,12 @@ bool Watch::StartThread(const std::shared_ptr<Desk>& desk) {
   }
 }
 
+// After the lock was given back, so that the thread does not run into it.
+void Watch::CallThread() {
+  ++m_desk->calls;
+  m_desk->given.notify_all();
+}
+
 Outcome Watch::Run(std::function<Outcome()> work) {
   const Outcome stuck = {kTimeout, 0, "the module does not answer"};
   const auto task = std::make_shared<Task>();
@@ -92,12 +124,13 @@ Outcome Watch::Run(std::function<Outcome()> work) {
   if (!WaitFor(lock, [&] { return m_desk->current == nullptr; })) return stuck;
   m_desk->current = task;
   m_desk->lastCall = Clock::now();
-  if (StartThread(m_desk)) {
-    m_desk->given.notify_all();
-  } else {
-    Do(*m_desk, *task, lock);
-  }
-  if (!WaitFor(lock, [&] { return task->done; })) return stuck;
+  if (!StartThread(m_desk)) Do(*m_desk, *task, lock);
+  const bool quick = m_desk->quick;
+  lock.unlock();
+  CallThread();
+  if (quick && HoldsSoon([&] { return task->done.load(); })) return task->outcome;
+  lock.lock();
+  if (!WaitFor(lock, [&] { return task->done.load(); })) return stuck;
   return task->outcome;
 }
 
@@ -110,7 +143,7 @@ void Watch::Rest() {
     ++m_desk->server;
     thread.swap(m_desk->thread);
   }
-  m_desk->given.notify_all();
+  CallThread();
   if (thread.joinable()) thread.join();
 }
 
