@@ -6,7 +6,7 @@ namespace vctk {
 
 ExitCode RunCalls(const CommonOptions& options) {
   Session session(FindKeyList(options.keyList), ParseFilters(options.filters));
-  session.RecordCalls();
+  session.RecordCalls(true);
   std::string failure;
   try {
     session.List();

@@ -27,10 +27,11 @@ std::vector<Row> Gather(const KeyList& keyList, const std::vector<Filter>& filte
                         Listing* listing) {
   const Waiting waiting("Looking for keys");
   Session session(keyList, filters);
-  session.RecordCalls();
+  session.RecordCalls(true);
   std::vector<Row> rows;
   const std::vector<Certificate> certificates = session.List();
   *listing = LastListing(session.CallRecord());
+  session.RecordCalls(false);  // each choice would record all the certificates that it passes over
   for (const Certificate& certificate : certificates) {
     Session single(keyList, filters);
     single.Choose(certificate.serial);

@@ -46,7 +46,7 @@ void CheckDigest(Findings& findings) {
 void Examine(Session& session, Findings& findings) {
   const std::vector<std::string> before = LoadedLibraries();
   LookForLibraries(findings);
-  session.RecordCalls();
+  session.RecordCalls(true);
   try {
     findings.certificates = session.List();
     if (findings.certificates.size() == 1) {

@@ -174,8 +174,8 @@ uint32_t Session::SignByDialogs(bool pkcs1, const std::string& base64, bool deta
   return VCTK_OK;
 }
 
-void Session::RecordCalls() {
-  VCTK_CallQueueEnable(m_handle, 1, 1);
+void Session::RecordCalls(bool on) {
+  VCTK_CallQueueEnable(m_handle, on ? 1 : 0, 1);
 }
 
 // The record may grow between the two calls.

@@ -49,8 +49,8 @@ class Session {
   uint32_t SignByDialogs(bool pkcs1, const std::string& base64, bool detached,
                          std::string* signature);
 
-  // Records the device library's operations from now on; shared by all sessions.
-  void RecordCalls();
+  // Whether the device library's operations are recorded from now on; shared by all sessions.
+  void RecordCalls(bool on);
   std::string LastMessage();  // of the last failure, with the tries left
   std::string CallRecord();   // empty when there is none
 

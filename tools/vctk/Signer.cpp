@@ -91,7 +91,7 @@ uint32_t Signer::AskByDialogs(const std::string& base64, std::string* signature)
 // False when the PIN cannot be asked for in a dialog; the certificate is chosen then.
 bool Signer::SignByDialogs(const std::string& base64, std::string* signature) {
   if (m_isFirst) {
-    m_session.RecordCalls();
+    m_session.RecordCalls(true);
     if (m_session.List().empty()) throw NothingToSignWith();
   }
   const uint32_t code = AskByDialogs(base64, signature);
