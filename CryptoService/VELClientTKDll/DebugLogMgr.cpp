@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <wchar.h>
 
+#include <algorithm>
 #include <atomic>
 #include <initializer_list>
 #include <memory>
@@ -183,34 +184,27 @@ void CDebugLogMgr::EnableGlobalMode(BOOL enable) {
   __atomic_store_n(&m_bGlobalMode, enable, __ATOMIC_RELAXED);
 }
 
-// A failure shows when the file is opened.
-void CDebugLogMgr::MakeFolder(LPCTSTR fileName) {
+// Each line asks for its folder, which may have been removed since the line before. A failure shows
+// when the file is opened.
+void CDebugLogMgr::MakeFolder() {
   wchar_t folder[kPathCharacters];
-  wcsncpy(folder, fileName, kPathCharacters - 1);
-  folder[kPathCharacters - 1] = L'\0';
+  {
+    const CVELCriticalGuard guard(m_csLogCache);
+    if (m_strLogFileName.IsEmpty()) {
+      m_strLogFileName = kDefaultName;
+      return;
+    }
+    const size_t length = std::min<size_t>(m_strLogFileName.GetLength(), kPathCharacters - 1);
+    wmemcpy(folder, m_strLogFileName, length);
+    folder[length] = L'\0';
+  }
   PathRemoveFileSpecW(folder);
   SHCreateDirectoryExW(nullptr, folder, nullptr);
 }
 
-struct CDebugLogMgr::LineSetting {
-  CString newName;  // of a file whose folder is to be made, perhaps empty
-  CString header;
-};
-
-// Every line finds its folder made. The system call is the dearest part of a line, so it is made
-// for the first line with a name, and later by the writer when it cannot open the file; but for
-// each line of a file that stays open, which the writer does not open again.
-CDebugLogMgr::LineSetting CDebugLogMgr::Setting() {
-  LineSetting setting;
+CString CDebugLogMgr::Header() {
   const CVELCriticalGuard guard(m_csLogCache);
-  const bool staysOpen = __atomic_load_n(&m_bGlobalMode, __ATOMIC_RELAXED) != 0;
-  if (m_strLogFileName.IsEmpty()) {
-    m_strLogFileName = kDefaultName;
-  } else if (staysOpen || wcscmp(m_folderMadeFor, m_strLogFileName) != 0) {
-    m_folderMadeFor = setting.newName = m_strLogFileName;
-  }
-  if (!m_strLogHeader.IsEmpty()) setting.header = m_strLogHeader;
-  return setting;
+  return m_strLogHeader;
 }
 
 void CDebugLogMgr::OutputArgs(LPCTSTR type, int level, LPCTSTR srcFile, LPCTSTR function,
@@ -218,14 +212,13 @@ void CDebugLogMgr::OutputArgs(LPCTSTR type, int level, LPCTSTR srcFile, LPCTSTR 
   if (__atomic_load_n(&m_logLevel, __ATOMIC_RELAXED) > level) return;
   WithFunctionName(function != nullptr && *function != L'\0');
   if (srcFile == nullptr || format == nullptr) return;
-  const LineSetting setting = Setting();
-  if (!setting.newName.IsEmpty()) MakeFolder(setting.newName);
+  MakeFolder();
   LogPrefix prefix;
   LogMessage message;
   if (!FormatLogPrefix(prefix, srcFile, function, line) || !message.Format(format, args)) return;
   std::unique_ptr<LogCacheList> node(new (std::nothrow) LogCacheList());
   if (node == nullptr) return;
-  Join(node->strLog, {type == nullptr ? L"" : type, prefix, setting.header, message.Text()});
+  Join(node->strLog, {type == nullptr ? L"" : type, prefix, Header(), message.Text()});
   Queue(node.release());
 }
 

@@ -10,8 +10,8 @@
  * File     "/tmp/PILog.txt": FF FE, then narrow text in the locale of the process. Past 2 MiB its
  *          oldest fifth is cut away. When it cannot be opened, a line is lost and a new name,
  *          relative to the working directory, is used from then on.
- * Threads  any thread may log, and pays for formatting alone; one detached thread writes. Nothing
- *          is reported to callers.
+ * Threads  any thread may log, and pays for formatting and for making the file's folder, which
+ *          every line does; one detached thread writes. Nothing is reported to callers.
  * Ending   the manager is destroyed at process exit or when the library is unloaded. It gives the
  *          writer a second, which a writer that is just writing uses and a waiting one does not,
  *          drops the lines that are not written by then, and returns when the writer has ended.
@@ -102,14 +102,13 @@ class CDebugLogMgr {
  private:
   class Session;
   class WriterScope;
-  struct LineSetting;
 
   static void BeforeFork();
   static void AfterForkInParent();
   static void AfterForkInChild();
 
-  static void MakeFolder(LPCTSTR fileName);
-  LineSetting Setting();
+  void MakeFolder();
+  CString Header();
   void Queue(LogCacheList* node);
   LogCacheList* TakeLine();
   void DiscardLines();
@@ -125,8 +124,6 @@ class CDebugLogMgr {
   bool WriteLine(const CString& line);
   void AppendLine(const CString& line);
   void TruncateLog(DWORD size, DWORD percent);
-
-  CString m_folderMadeFor;  // the name whose folder a line made; guarded like the name
 
   CVELCritical m_csWriter;  // guards the two below
   int m_writerId;           // the kernel's number of the writer, 0 until it runs

@@ -159,11 +159,8 @@ bool CDebugLogMgr::TakeNewName() {
   return true;
 }
 
-// Also when the folder that a line found or made was removed since.
 bool CDebugLogMgr::EnsureOpen() {
-  if (m_logFile.GetFileID() != 0 || OpenLog() == 0) return true;
-  MakeFolder(LogFileName());
-  return OpenLog() == 0;
+  return m_logFile.GetFileID() != 0 || OpenLog() == 0;
 }
 
 // False when the writer has to end.
@@ -173,6 +170,7 @@ bool CDebugLogMgr::WriteLine(const CString& line) {
   } else {
     // The line that found the file unusable is lost; the next one goes to the new name.
     if (!TakeNewName()) return false;
+    MakeFolder();  // for lines that wait: theirs was that of the old name
     OpenLog();
   }
   if (!__atomic_load_n(&m_bGlobalMode, __ATOMIC_RELAXED)) m_logFile.CloseFile();

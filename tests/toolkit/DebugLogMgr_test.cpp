@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <locale.h>
 #include <math.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -103,7 +104,41 @@ class DebugLogMgr : public testing::Test {
     m_log.reset();
   }
 
+  std::string FileName() {
+    const CVELCriticalGuard guard(Log().m_csLogCache);
+    return std::string(CStringA(static_cast<const wchar_t*>(Log().m_strLogFileName)));
+  }
+
   std::unique_ptr<CDebugLogMgr> m_log;
+};
+
+// Lines wait for a writer that is held by a full pipe, in the middle of a line.
+class HeldWriter {
+ public:
+  explicit HeldWriter(CDebugLogMgr& log) {
+    EXPECT_EQ(mkfifo("/tmp/own.txt", 0600), 0);
+    m_pipe = open("/tmp/own.txt", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    const int room = fcntl(m_pipe, F_SETPIPE_SZ, 4096);
+    EXPECT_LT(room, 8000);
+    log.SetLogFileName(L"/tmp/own.txt");
+    Say(log, std::wstring(8000, L'x').c_str());
+    int waiting = 0;
+    EXPECT_TRUE(
+        Eventually([&] { return ioctl(m_pipe, FIONREAD, &waiting) == 0 && waiting == room; }));
+  }
+  ~HeldWriter() { close(m_pipe); }
+
+  template <typename Condition>
+  bool GoOnUntil(Condition condition) {
+    return Eventually([&] {
+      char bytes[4096];
+      while (read(m_pipe, bytes, sizeof(bytes)) > 0) continue;
+      return condition();
+    });
+  }
+
+ private:
+  int m_pipe;
 };
 
 TEST_F(DebugLogMgr, StartsWithTheseValues) {
@@ -344,27 +379,39 @@ TEST_F(DebugLogMgr, FolderOfAFileThatStaysOpenIsCreatedForEveryLine) {
   EXPECT_EQ(rmdir("/tmp/made"), 0);
 }
 
-// A full pipe holds the writer, so that lines wait.
-TEST_F(DebugLogMgr, FolderOfANewNameIsCreatedAmongWaitingLines) {
-  ASSERT_EQ(mkfifo("/tmp/own.txt", 0600), 0);
-  const int pipe = open("/tmp/own.txt", O_RDONLY | O_NONBLOCK);
-  Log().SetLogFileName(L"/tmp/own.txt");
-  for (int line = 0; line < 20; ++line) Say(Log(), std::wstring(8000, L'x').c_str());
+TEST_F(DebugLogMgr, FolderIsThereWhenTheCallReturnsThoughTheWriterIsHeld) {
+  HeldWriter writer(Log());
   {
     const CVELCriticalGuard guard(Log().m_csLogCache);
-    Log().m_strLogFileName = L"/tmp/made/log.txt";  // as the setter does
+    Log().m_strLogFileName = L"/tmp/made/below/log.txt";  // as the setter does
   }
-  Say(Log(), L"first");
-  EXPECT_TRUE(Exists("/tmp/made"));
-  EXPECT_TRUE(Eventually([&] {
-    char bytes[4096];
-    while (read(pipe, bytes, sizeof(bytes)) > 0) continue;
-    return !Messages(LogLines("/tmp/made/log.txt")).empty() &&
-           Messages(LogLines("/tmp/made/log.txt")).back() == "first";
+  for (int line = 0; line < 10; ++line) {
+    Say(Log(), L"x");
+    EXPECT_EQ(rmdir("/tmp/made/below"), 0) << line;
+    EXPECT_EQ(rmdir("/tmp/made"), 0) << line;
+  }
+  Say(Log(), L"last");
+  EXPECT_TRUE(Exists("/tmp/made/below"));
+  EXPECT_TRUE(writer.GoOnUntil([] {
+    return LogLines("/tmp/made/below/log.txt").size() == 11 &&
+           Messages(LogLines("/tmp/made/below/log.txt")).back() == "last";
   }));
-  close(pipe);
-  remove("/tmp/made/log.txt");
+  EndLog();
+  EXPECT_EQ(remove("/tmp/made/below/log.txt"), 0);
+  EXPECT_EQ(rmdir("/tmp/made/below"), 0);
   EXPECT_EQ(rmdir("/tmp/made"), 0);
+}
+
+TEST_F(DebugLogMgr, FolderRemovedWhileLinesWaitLosesALineAndChangesTheName) {
+  HeldWriter writer(Log());
+  Log().SetLogFileName(L"/tmp/made/log.txt");
+  Say(Log(), L"lost");
+  Say(Log(), L"kept");
+  EXPECT_EQ(rmdir("/tmp/made"), 0);
+  EXPECT_TRUE(writer.GoOnUntil([this] { return Slurp(FileName()).size() > 2; }));
+  EXPECT_THAT(Messages(AwaitLines(FileName(), 1)), ElementsAre("kept"));
+  EXPECT_THAT(FileName(), StartsWith(" /tmp/made/log.txt.20"));
+  EXPECT_FALSE(Exists("/tmp/made"));
 }
 
 TEST_F(DebugLogMgr, EmptyNameBecomesTheDefault) {
@@ -414,22 +461,29 @@ TEST_F(DebugLogMgr, UnusableFileLosesALineAndChangesTheName) {
   ASSERT_EQ(mkdir(kLog, 0700), 0);
   Log();
   Say(Log(), L"lost");
-  const auto name = [this] {
-    const CVELCriticalGuard guard(Log().m_csLogCache);
-    return std::string(CStringA(static_cast<const wchar_t*>(Log().m_strLogFileName)));
-  };
-  ASSERT_TRUE(Eventually([&] { return name() != kLog; }));
-  EXPECT_THAT(name(), MatchesRegex(" /tmp/PILog\\.txt\\.20[0-9][0-9]\\.[01][0-9]\\.[0-3][0-9]\\."
-                                   "[0-2][0-9]\\.[0-5][0-9]\\.[0-6][0-9]\\.[0-9][0-9][0-9]+"));
-  const std::string taken = name();
+  ASSERT_TRUE(Eventually([this] { return FileName() != kLog; }));
+  EXPECT_THAT(FileName(),
+              MatchesRegex(" /tmp/PILog\\.txt\\.20[0-9][0-9]\\.[01][0-9]\\.[0-3][0-9]\\."
+                           "[0-2][0-9]\\.[0-5][0-9]\\.[0-6][0-9]\\.[0-9][0-9][0-9]+"));
+  const std::string taken = FileName();
   Say(Log(), L"one");
   Say(Log(), L"two");
   EXPECT_THAT(Messages(AwaitLines(taken, 2)), ElementsAre("one", "two"));
-  EXPECT_EQ(name(), taken);
+  EXPECT_EQ(FileName(), taken);
   rmdir(kLog);
   Say(Log(), L"three");
   EXPECT_EQ(AwaitLines(taken, 3).size(), 3u);
   EXPECT_FALSE(Exists(kLog));
+}
+
+TEST_F(DebugLogMgr, LinesThatWaitGoToTheNewName) {
+  HeldWriter writer(Log());
+  ASSERT_EQ(mkdir(kLog, 0700), 0);
+  Log().SetLogFileName(L"/tmp/PILog.txt");
+  for (LPCTSTR text : {L"lost", L"one", L"two"}) Say(Log(), text);
+  EXPECT_TRUE(writer.GoOnUntil([this] { return FileName() != kLog; }));
+  EXPECT_THAT(Messages(AwaitLines(FileName(), 2)), ElementsAre("one", "two"));
+  EXPECT_THAT(FileName(), StartsWith(" /tmp/PILog.txt.20"));
 }
 
 TEST_F(DebugLogMgr, UnwritableFileLosesALineAndChangesTheName) {
@@ -439,14 +493,10 @@ TEST_F(DebugLogMgr, UnwritableFileLosesALineAndChangesTheName) {
   ASSERT_EQ(mount("frozen", "/tmp/frozen", "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
   Log().SetLogFileName(L"/tmp/frozen/log.txt");
   Say(Log(), L"lost");
-  const auto name = [this] {
-    const CVELCriticalGuard guard(Log().m_csLogCache);
-    return std::string(CStringA(static_cast<const wchar_t*>(Log().m_strLogFileName)));
-  };
-  ASSERT_TRUE(Eventually([&] { return name() != "/tmp/frozen/log.txt"; }));
-  EXPECT_THAT(name(), StartsWith(" /tmp/frozen/log.txt.20"));
+  ASSERT_TRUE(Eventually([this] { return FileName() != "/tmp/frozen/log.txt"; }));
+  EXPECT_THAT(FileName(), StartsWith(" /tmp/frozen/log.txt.20"));
   Say(Log(), L"kept");
-  EXPECT_THAT(Messages(AwaitLines(name(), 1)), ElementsAre("kept"));
+  EXPECT_THAT(Messages(AwaitLines(FileName(), 1)), ElementsAre("kept"));
   EXPECT_EQ(Slurp("/tmp/frozen/log.txt"), "old");
   EndLog();
   EXPECT_EQ(umount("/tmp/frozen"), 0);
