@@ -12,6 +12,7 @@
 #include "Text.h"
 #include "Traces.h"
 
+using fakep11::TokenWith;
 using keymaker::Bytes;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -42,15 +43,6 @@ const keymaker::Identity& Sm2() {
     return new keymaker::Identity(keymaker::Make(request));
   }();
   return *made;
-}
-
-fakep11::Token TokenWith(const std::vector<fakep11::Object>& objects,
-                         const std::string& label = "token", const std::string& serial = "1") {
-  fakep11::Token token;
-  token.label = label;
-  token.serial = serial;
-  token.objects = objects;
-  return token;
 }
 
 std::vector<fakep11::Object> PairOf(const keymaker::Identity& identity, const Bytes& id = kId) {
@@ -89,6 +81,15 @@ class Pkcs11 : public testing::Test {
     ASSERT_EQ(List(), 0u);
     ASSERT_EQ(m_identities.size(), 1u) << (m_skipped.empty() ? "" : m_skipped[0].reason.remark);
     m_identity = m_identities[0];
+  }
+  // Two tokens of a module without slots to plug into.
+  static void PlugInTwoThatAreSeenOnlyWhenStarted() {
+    fakep11::Ways ways;
+    ways.removable = false;
+    ways.looksWhenStarted = true;
+    fakep11::Behave(ways);
+    fakep11::PlugInto(0, TokenWith(PairOf(Rsa()), "stays", "1"));
+    fakep11::PlugInto(1, TokenWith(PairOf(Sm2()), "goes", "2"));
   }
   std::vector<std::string> Devices() const {
     std::vector<std::string> devices;
@@ -720,12 +721,7 @@ TEST_F(Pkcs11, AModuleThatDoesNotLockGetsOneCallAtATime) {
 }
 
 TEST_F(Pkcs11, TokensOfAModuleThatLooksOnlyWhenStartedComeAndGo) {
-  fakep11::Ways ways;
-  ways.removable = false;
-  ways.looksWhenStarted = true;
-  fakep11::Behave(ways);
-  fakep11::PlugInto(0, TokenWith(PairOf(Rsa()), "stays", "1"));
-  fakep11::PlugInto(1, TokenWith(PairOf(Sm2()), "goes", "2"));
+  PlugInTwoThatAreSeenOnlyWhenStarted();
   ASSERT_EQ(List(), 0u);
   EXPECT_THAT(Devices(), ElementsAre("goes/2", "stays/1"));
   EXPECT_EQ(fakep11::Calls("C_Finalize"), 0u);
@@ -741,12 +737,7 @@ TEST_F(Pkcs11, TokensOfAModuleThatLooksOnlyWhenStartedComeAndGo) {
 }
 
 TEST_F(Pkcs11, ALoginIsNotLostForTheSakeOfAMissingToken) {
-  fakep11::Ways ways;
-  ways.removable = false;
-  ways.looksWhenStarted = true;
-  fakep11::Behave(ways);
-  fakep11::PlugInto(0, TokenWith(PairOf(Rsa()), "stays", "1"));
-  fakep11::PlugInto(1, TokenWith(PairOf(Sm2()), "goes", "2"));
+  PlugInTwoThatAreSeenOnlyWhenStarted();
   ASSERT_EQ(List(), 0u);
   m_identity = m_identities[1];
   ASSERT_EQ(LogIn(), 0u);

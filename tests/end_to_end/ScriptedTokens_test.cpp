@@ -17,6 +17,7 @@
 #include "Program.h"
 #include "vctk.h"
 
+using fakep11::TokenWith;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
@@ -46,15 +47,6 @@ std::string BytesOf(const keymaker::Bytes& bytes) {
 
 std::vector<fakep11::Object> PairOf(bool sm2) {
   return fakep11::Pair(Key(sm2).Der(), Key(sm2).key, {0x0A, 0x01});
-}
-
-fakep11::Token TokenWith(const std::vector<fakep11::Object>& objects,
-                         const std::string& label = "token", const std::string& serial = "1") {
-  fakep11::Token token;
-  token.label = label;
-  token.serial = serial;
-  token.objects = objects;
-  return token;
 }
 
 std::string Family(const std::string& library) {

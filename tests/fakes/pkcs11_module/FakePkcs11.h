@@ -77,4 +77,7 @@ void Behave(const Ways& ways);
 // A certificate, its public key and its private key.
 std::vector<Object> Pair(const Bytes& der, const std::shared_ptr<EVP_PKEY>& key, const Bytes& id);
 
+Token TokenWith(const std::vector<Object>& objects, const std::string& label = "token",
+                const std::string& serial = "1");
+
 }  // namespace fakep11

@@ -219,4 +219,13 @@ std::vector<Object> Pair(const Bytes& der, const std::shared_ptr<EVP_PKEY>& key,
   return {certificate, publicKey, privateKey};
 }
 
+Token TokenWith(const std::vector<Object>& objects, const std::string& label,
+                const std::string& serial) {
+  Token token;
+  token.label = label;
+  token.serial = serial;
+  token.objects = objects;
+  return token;
+}
+
 }  // namespace fakep11
