@@ -34,8 +34,12 @@ endif()
 
 # Packages are compiled anew: a cache may write other paths into the debug information, and a second
 # build that takes the objects of the first proves nothing.
+# Elsewhere the cache believes the compiler's list of what it read, instead of preprocessing every source
+# once more, and takes a precompiled header for what is in it: it may, as no source has a __TIME__ in it.
 find_program(VCTK_CCACHE ccache)
 if(VCTK_CCACHE AND NOT VCTK_PACKAGES AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_C_COMPILER_LAUNCHER ${VCTK_CCACHE})
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${VCTK_CCACHE})
+  set(launcher ${CMAKE_COMMAND} -E env CCACHE_DEPEND=1 CCACHE_SLOPPINESS=pch_defines,time_macros
+      ${VCTK_CCACHE})
+  set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
 endif()
