@@ -22,7 +22,7 @@ done
 [ ${#presets[@]} -gt 0 ] || presets=(packages)
 
 # All files get the time of the newest entry of the packages' changelog.
-SOURCE_DATE_EPOCH=$(date -d "$(sed -n 's/^ -- .*>  //p' "$root/packaging/debian/changelog" | head -n 1)" +%s)
+SOURCE_DATE_EPOCH=$(date -d "$(sed -n '/^ -- .*>  /{s///p;q}' "$root/packaging/debian/changelog")" +%s)
 export SOURCE_DATE_EPOCH
 
 # make_packages PRESET: in the tree that $root names.

@@ -77,7 +77,7 @@ need=$(missing)
 [ -n "$need" ] || { unpack_apart && exit 0; }
 
 foreign=""
-if [ $cross = yes ] && ! dpkg --print-foreign-architectures | grep -qx arm64; then
+if [ $cross = yes ] && ! grep -qx arm64 <<<"$(dpkg --print-foreign-architectures)"; then
   foreign="dpkg --add-architecture arm64 && apt-get update && "
 fi
 if [ "$(id -u)" = 0 ]; then

@@ -30,7 +30,7 @@ if setarch -R true 2>/dev/null; then fixed_addresses=(setarch -R); fi
 
 # number NAME FILE: the value of the attribute in ctest's report.
 number() {
-  sed -n "/<testsuite /,/>/s/.*[[:space:]]$1=\"\([0-9]*\)\".*/\1/p" "$2" | head -n 1
+  sed -n "/<testsuite /,/>/{s/.*[[:space:]]$1=\"\([0-9]*\)\".*/\1/;T;p;q}" "$2"
 }
 
 run_tests() {

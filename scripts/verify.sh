@@ -10,7 +10,7 @@ kind=$1 signature=$2 content=$3 certificate=$4 ca=$5
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 openssl x509 -in "$certificate" -pubkey -noout -out "$work/public.pem"
-is_sm2() { openssl pkey -pubin -in "$work/public.pem" -noout -text | grep -q SM2; }
+is_sm2() { [[ $(openssl pkey -pubin -in "$work/public.pem" -noout -text) == *SM2* ]]; }
 
 check() {
   local what=$1
@@ -27,7 +27,7 @@ bare_sm2() {
 
 chain() {
   local options=()
-  if openssl x509 -in "$ca" -noout -text | grep -q "Signature Algorithm: SM2"; then
+  if [[ $(openssl x509 -in "$ca" -noout -text) == *"Signature Algorithm: SM2"* ]]; then
     options=(-vfyopt distid:1234567812345678)
   fi
   check "certificate chain" openssl verify -CAfile "$ca" "${options[@]}" "$1"

@@ -37,7 +37,7 @@ for package in "$@"; do
   names+=("$(dpkg-deb -f "$package" Package):$(dpkg-deb -f "$package" Architecture)")
 done
 
-same=$(for package in "$@"; do dpkg-deb -f "$package" Description | head -n 1; done | sort | uniq -d)
+same=$(for package in "$@"; do dpkg-deb -f "$package" Description | sed -n 1p; done | sort | uniq -d)
 if [ -n "$same" ]; then
   echo "installed.sh: packages with the same summary: $same" >&2
   exit 1

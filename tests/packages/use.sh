@@ -49,7 +49,7 @@ openssl cms -verify -binary -inform DER -in signature.der -CAfile signer.pem -pa
 cmp document content
 
 # What the loader finds first is what the toolkit uses.
-found() { "${ldconfig[@]}" -p | sed -n "s|.*libVELCrypto64.so .*=> ||p" | head -n 1; }
+found() { sed -n "/.*libVELCrypto64.so .*=> /{s///p;q}" <<<"$("${ldconfig[@]}" -p)"; }
 ours=/usr/lib/$triplet/vel/libVELCrypto64.so
 [ "$(found)" = "$ours" ]
 
