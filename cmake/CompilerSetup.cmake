@@ -38,8 +38,7 @@ endif()
 # once more, and takes a precompiled header for what is in it: it may, as no source has a __TIME__ in it.
 find_program(VCTK_CCACHE ccache)
 if(VCTK_CCACHE AND NOT VCTK_PACKAGES AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(launcher ${CMAKE_COMMAND} -E env CCACHE_DEPEND=1 CCACHE_SLOPPINESS=pch_defines,time_macros
-      ${VCTK_CCACHE})
+  set(launcher env CCACHE_DEPEND=1 CCACHE_SLOPPINESS=pch_defines,time_macros ${VCTK_CCACHE})
   set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
 endif()
