@@ -33,6 +33,13 @@ make_packages() {
   (cd "$folder" && quietly "$folder/cpack.log" cpack)
 }
 
+look_at_packages() {
+  local preset=$1 packages=("$root/build/$1/packages"/*.deb)
+  lintian --allow-root --display-level error --fail-on error "${packages[@]}" ||
+    die "$preset: lintian found errors"
+  "$root/tests/packages/installed.sh" "$preset" "${packages[@]}"
+}
+
 compare_with_second_build() {
   local preset=$1 copy differing
   copy=$(mktemp -d)
@@ -49,11 +56,10 @@ compare_with_second_build() {
 }
 
 "$root/scripts/setup.sh" --all
+trap wait EXIT
 for preset in "${presets[@]}"; do
   make_packages "$preset"
-  packages=("$root/build/$preset/packages"/*.deb)
-  lintian --allow-root --display-level error --fail-on error "${packages[@]}" ||
-    die "$preset: lintian found errors"
-  "$root/tests/packages/installed.sh" "$preset" "${packages[@]}"
+  look_at_packages "$preset" &  # leaves a processor for the second build
   if [ $reproducible = yes ]; then compare_with_second_build "$preset"; fi
+  wait $!
 done
