@@ -48,7 +48,7 @@ function(vctk_test)
   set_target_properties(${T_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests)
   # What is tested is optimised as the build says; the tests' own code would take a third of the build.
   target_compile_options(${T_NAME} PRIVATE -O0)
-  if(TARGET gtest_header AND NOT T_SOURCES MATCHES "[.]c(;|$)")  # C would need one of its own
+  if(NOT T_SOURCES MATCHES "[.]c(;|$)")  # C would need one of its own
     target_precompile_headers(${T_NAME} REUSE_FROM gtest_header)
   endif()
   if(T_DEPENDS)
