@@ -57,7 +57,7 @@ CString& CString::operator=(const wchar_t* text) {
 }
 
 // Counted by the locale, converted as UTF-8: where the two disagree, what has no room in the block
-// that was counted gives the empty text.
+// that was counted is cut, or gives the empty text.
 CString& CString::operator=(const char* text) {
   const size_t count = text == nullptr ? 0 : CountConverted(text);
   if (count == 0 || count > INT_MAX || !AllocBeforeWrite(static_cast<int>(count), false)) {

@@ -93,7 +93,7 @@ VCTK_API int VCTK_SetChooseSingleCert(HANDLE handle, int isChooseSingleCert);
  * number each, pSeparatorCert between two. Call with pResult null first: that lists and keeps the
  * text; the second call copies it, zero-fills the buffer, leaves *pResultLen alone and forgets the
  * text. Returns 0; 11 null argument; 4 too small, *pResultLen the size needed; 0xE000000E nothing
- * listed; or the device's code. */
+ * listed; 0xE0000084 the names are no text in the process's locale; or the device's code. */
 VCTK_API int VCTK_GetCertList(HANDLE handle, const char* pSeparatorCert,
                               const char* pSeparatorCertItem, char* pResult, int* pResultLen);
 
