@@ -65,7 +65,7 @@ function(vctk_test)
   endif()
   add_test(NAME ${T_NAME} COMMAND ${command})
   set_tests_properties(${T_NAME} PROPERTIES
-    LABELS "${T_LABELS}" TIMEOUT 900 SKIP_RETURN_CODE 77
+    LABELS "${T_LABELS}" TIMEOUT 1800 SKIP_RETURN_CODE 77
     ENVIRONMENT "LC_ALL=C.UTF-8;LANGUAGE=;TZ=UTC;TSAN_OPTIONS=${tsan_options};${no_dialog};${T_ENV}")
   set(cases ${VCTK_NOT_EMULATED})
   list(FILTER cases INCLUDE REGEX "^${T_NAME} ")
